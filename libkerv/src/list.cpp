@@ -2,9 +2,6 @@
 
 #include <cassert>
 
-/* A link whose neighbours do not point back at it means the list memory is corrupt. */
-#define LIST_LINK_INTACT(x) (((x)->prev->next == (x)) && ((x) == (x)->next->prev))
-
 extern "C" {
 
 void __list_add(struct list *entry, struct list *prev, struct list *next) {
@@ -19,11 +16,17 @@ void __list_del(struct list *prev, struct list *next) {
     prev->next = next;
 }
 
-void list_add(struct list *entry, struct list *head) { __list_add(entry, head, head->next); }
+void list_add(struct list *entry, struct list *head) {
+    __list_add(entry, head, head->next);
+}
 
-void list_add_tail(struct list *entry, struct list *head) { __list_add(entry, head->prev, head); }
+void list_add_tail(struct list *entry, struct list *head) {
+    __list_add(entry, head->prev, head);
+}
 
-void list_del(struct list *entry) { __list_del(entry->prev, entry->next); }
+void list_del(struct list *entry) {
+    __list_del(entry->prev, entry->next);
+}
 
 void list_del_init(struct list *entry) {
     list_del(entry);
@@ -42,14 +45,17 @@ void list_replace(struct list *orig, struct list *repl) {
     list_init(orig);
 }
 
-int list_empty(const struct list *head) { return head->next == head; }
+int list_empty(const struct list *head) {
+    return head->next == head;
+}
 
 struct list *list_remove_head(struct list *head) {
-    assert(LIST_LINK_INTACT(head));
+    /* A link whose neighbours do not point back at it means the list memory is corrupt. */
+    assert(((head)->prev->next == (head)) && ((head) == (head)->next->prev));
     struct list *p = head->next;
     if (p == head)
         return head;
-    assert(LIST_LINK_INTACT(p));
+    assert(((p)->prev->next == (p)) && ((p) == (p)->next->prev));
     list_del(p);
     return p;
 }

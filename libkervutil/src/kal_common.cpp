@@ -31,7 +31,8 @@ extern "C" {
 
 void kal_init(unsigned int dbg) {
     g_dbg_print = dbg;
-    const unsigned int shown = dbg > KAL_DBG_FUNCTION ? static_cast<unsigned int>(KAL_DBG_FUNCTION) : dbg;
+    const unsigned int shown =
+        dbg > KAL_DBG_FUNCTION ? static_cast<unsigned int>(KAL_DBG_FUNCTION) : dbg;
     if (shown != 0)
         puts(kLevelLines[shown]);
 }

@@ -87,7 +87,9 @@ TEST(ListDeathTest, CorruptHeadStopsWithAssertion) {
     item a{{}, 1};
     list_add_tail(&a.link, &head);
     a.link.next = &a.link; /* head->prev->next no longer leads back to head */
-    EXPECT_DEATH(list_remove_head(&head), "list_remove_head.*head");
+    EXPECT_DEATH(
+        list_remove_head(&head),
+        R"(list\.cpp:[0-9]+: .*list_remove_head.*\(\(head\)->prev->next == \(head\)\) && \(\(head\) == \(head\)->next->prev\))");
 }
 
 TEST(ListDeathTest, CorruptFirstElementStopsWithAssertion) {
@@ -96,7 +98,7 @@ TEST(ListDeathTest, CorruptFirstElementStopsWithAssertion) {
     item a{{}, 1}, b{{}, 2};
     list_add_tail(&a.link, &head);
     list_add_tail(&b.link, &head);
-    a.link.prev = &b.link; /* head checks out, the first element does not */
+    b.link.prev = &head; /* head checks out, the first element does not */
     EXPECT_DEATH(list_remove_head(&head), R"(\(p\)->prev->next == \(p\))");
 }
 
