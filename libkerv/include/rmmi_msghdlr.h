@@ -1,0 +1,36 @@
+/*
+ * The engine's entry points: one AT command line in, its whole answer written to a
+ * descriptor; and the command-name hash that local applications ask for.
+ */
+#ifndef RMMI_MSGHDLR_H
+#define RMMI_MSGHDLR_H
+
+#include "kal_common.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Longest line the engine takes: the copy with its terminator must stay below 2048 bytes. */
+#define RMMI_MAX_LINE_LEN 2046
+
+/*
+ * Runs the command line arg (zero-terminated, not kept) and writes every response and
+ * result code to fd. Request worker thread only.
+ */
+void rmmi_process_multi_cmd(int fd, const char *arg);
+
+/* Generation hash of a command name such as "AT+CGDCONT" or "+cgdcont". */
+kal_bool rmmi_custom_compute_at_cmd(const kal_char *arg, kal_uint32 *h1, kal_uint32 *h2);
+
+/*
+ * The GEN_HASH answer: "hash_value1=[%d], hash_value2=[%d]" in res, at most string_length
+ * characters plus the terminator. fd is not used. KAL_FALSE when the name has no hash.
+ */
+kal_bool rmmi_process_calcuate_cmd(int fd, const char *arg, char *res, int string_length);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* RMMI_MSGHDLR_H */
