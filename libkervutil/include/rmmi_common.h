@@ -38,6 +38,18 @@ typedef enum {
     RMMI_INTERNAL_CMD = 6
 } rmmi_cmd_class_enum;
 
+/* Character sets of the texts a command carries (file names come as IRA or UCS2). */
+typedef enum {
+    RMMI_CHSET_IRA = 0,
+    RMMI_CHSET_HEX = 1,
+    RMMI_CHSET_GSM = 2,
+    RMMI_CHSET_PCCP437 = 3,
+    RMMI_CHSET_PCDN = 4,
+    RMMI_CHSET_88591 = 5,
+    RMMI_CHSET_UCS2 = 6,
+    RMMI_CHSET_TOTAL_NUM = 7
+} rmmi_chset_enum;
+
 /* The cursor over one command string. */
 typedef struct {
     kal_uint16 index;      /* current position in string_ptr */
