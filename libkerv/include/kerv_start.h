@@ -1,0 +1,24 @@
+/*
+ * Start-up of the daemon: the control socket listener, the pid file, the fork, signals and
+ * the debug level, the three threads, and the main thread's control loop.
+ */
+#ifndef KERV_START_H
+#define KERV_START_H
+
+/* The listening control socket (the queue head is also set empty), or -1. */
+int request_init();
+/* The open, locked pid file, or a negative value. */
+int pidfile_acquire();
+/* Writes the caller's pid and closes the file; nothing for a negative descriptor. */
+void pidfile_write_release(int pidfd);
+/* Installs the signal handlers and applies the configured debug level. */
+void config_signal();
+void handle_debug(int sig);
+void reapchild(int sig);
+/* Starts the channel server thread, the request worker and the URC receiver; on failure
+   closes the channel and the control socket and ends the process. */
+void kerv_start_threads(int reqfd);
+/* Serves the control socket for ever. */
+[[noreturn]] void kerv_control_loop(int reqfd);
+
+#endif /* KERV_START_H */
