@@ -12,6 +12,7 @@
 #define RMMI_INIT_H
 
 #include "kal_common.h"
+#include "rmmi_common.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -36,17 +37,6 @@ enum { RMMI_FIRST_CHANNEL = 0, RMMI_MAX_CHANNEL_NUMBER = 1 };
 enum { RMMI_ECHO_OFF = 0, RMMI_ECHO_ON = 1 };
 
 enum { RMMI_SIMPLE_ERROR = 0, RMMI_NUMERIC_ERROR = 1, RMMI_TEXT_ERROR = 2 };
-
-typedef enum {
-    RMMI_CHSET_IRA = 0,
-    RMMI_CHSET_HEX = 1,
-    RMMI_CHSET_GSM = 2,
-    RMMI_CHSET_PCCP437 = 3,
-    RMMI_CHSET_PCDN = 4,
-    RMMI_CHSET_88591 = 5,
-    RMMI_CHSET_UCS2 = 6,
-    RMMI_CHSET_TOTAL_NUM = 7
-} rmmi_chset_enum;
 
 typedef struct {
     kal_uint8 s0;
