@@ -1,0 +1,145 @@
+#include "modemd_exchange.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kWaitMillis = 1000;
+
+/* Owns the exchange's socket: every path out of the exchange closes it. */
+struct SocketGuard {
+    int fd;
+    explicit SocketGuard(int descriptor) : fd(descriptor) {}
+    ~SocketGuard() {
+        if (fd >= 0)
+            close(fd);
+    }
+    SocketGuard(const SocketGuard &) = delete;
+    SocketGuard &operator=(const SocketGuard &) = delete;
+};
+
+constexpr const char *kStatusFormats[] = {
+    "ok",
+    "error,10001,can't create the socket",
+    "error,10002,can't send the data. ret = %d",
+    "error,10003,select timeout. errno = %d",
+    "error,10003,can't receive the response. ret = %d",
+    "error,10006,command timeout",
+    "error,%d,response result code is error",
+};
+static_assert(sizeof(kStatusFormats) / sizeof(kStatusFormats[0]) == MODEMD_RESULT_ERROR + 1,
+              "one status text per status");
+
+sockaddr_in modemd_address() {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(modemd_port());
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+enum class WaitOutcome { Readable, Failed, TimedOut };
+
+/*
+ * One-second waits until the answer is readable. poll rather than select: the daemon may
+ * hold more descriptors than an fd_set can name, and the wait must never write past one.
+ */
+WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
+    while (timeout_count > 0) {
+        pollfd watched{fd, POLLIN, 0};
+        const int ready = poll(&watched, 1, kWaitMillis);
+        if (ready > 0)
+            return WaitOutcome::Readable;
+        if (ready == 0) {
+            --timeout_count;
+            continue;
+        }
+        if (errno != EINTR) {
+            *wait_errno = errno;
+            return WaitOutcome::Failed;
+        }
+    }
+    return WaitOutcome::TimedOut;
+}
+
+} // namespace
+
+extern "C" {
+
+unsigned short modemd_port(void) {
+    const char *setting = getenv("KERVD_MODEMD_PORT");
+    if (setting == nullptr || *setting == '\0')
+        return MODEMD_DEFAULT_PORT;
+    char *end = nullptr;
+    const unsigned long port = strtoul(setting, &end, 10);
+    if (*end != '\0' || port == 0 || port > 65535)
+        return MODEMD_DEFAULT_PORT;
+    return static_cast<unsigned short>(port);
+}
+
+void modemd_build_request(Modem_Request_t *req, kal_uint32 token, kal_uint32 target,
+                          kal_uint32 request_id, const char *text) {
+    memset(req, 0, sizeof(*req));
+    const size_t text_len = strnlen(text, MODEM_REQUEST_MAX_TEXT);
+    req->magic = MODEM_REQUEST_MAGIC;
+    req->token = token;
+    req->target = target;
+    req->request_id = request_id;
+    req->data_len = static_cast<kal_uint32>(text_len);
+    memcpy(req->data, text, text_len);
+}
+
+modemd_status_enum modemd_exchange(const Modem_Request_t *req, Modem_Response_t *resp,
+                                   int timeout_count, modemd_trace_fn trace, kal_int32 *detail) {
+    *detail = 0;
+    SocketGuard sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (sock.fd < 0)
+        return MODEMD_SOCKET_FAILED;
+    trace(req);
+
+    const sockaddr_in address = modemd_address();
+    const ssize_t datagram_len = MODEM_REQUEST_HEADER_SIZE + req->data_len;
+    const ssize_t sent = sendto(sock.fd, req, datagram_len, 0,
+                                reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+    if (sent != datagram_len) {
+        *detail = static_cast<kal_int32>(sent);
+        return MODEMD_SEND_FAILED;
+    }
+
+    switch (wait_for_answer(sock.fd, timeout_count, detail)) {
+    case WaitOutcome::Failed:
+        return MODEMD_WAIT_FAILED;
+    case WaitOutcome::TimedOut:
+        return MODEMD_TIMED_OUT;
+    case WaitOutcome::Readable:
+        break;
+    }
+
+    memset(resp, 0, sizeof(*resp));
+    const ssize_t received = recv(sock.fd, resp, sizeof(*resp), 0);
+    if (received < MODEM_RESPONSE_HEADER_SIZE) {
+        *detail = static_cast<kal_int32>(received);
+        return MODEMD_RECEIVE_FAILED;
+    }
+    return MODEMD_ANSWERED;
+}
+
+void modemd_status_text(char *out, unsigned int out_size, modemd_status_enum status,
+                        kal_int32 detail) {
+    if (out == nullptr || out_size == 0)
+        return;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    snprintf(out, out_size, kStatusFormats[status], detail);
+#pragma GCC diagnostic pop
+}
+
+} // extern "C"
