@@ -45,7 +45,8 @@ const char *value_for_key(const char *line, const char *key, size_t key_len) {
 } // namespace
 
 extern "C" int sncfg_get(const char *key, char **value) {
-    if (key == nullptr || value == nullptr || key[0] == '\0')
+    /* The first '=' of a line ends its key, so a key containing '=' can never be stored. */
+    if (key == nullptr || value == nullptr || key[0] == '\0' || strchr(key, '=') != nullptr)
         return -1;
     FileCloser store{fopen(store_path(), "r")};
     if (store.file == nullptr)
