@@ -287,7 +287,8 @@ TEST(RequestUnpack, RandomBytesNeverEscapeTheReceivedMessage) {
             }
         }
         kervRequest_t *req = new kervRequest_t;
-        memcpy(req, wire.data(), wire.size());
+        if (!wire.empty())
+            memcpy(req, wire.data(), wire.size());
         const int code = kerv_unpack_request(req, size);
         const char *end = reinterpret_cast<const char *>(req) + size;
         if (code == 0) {
