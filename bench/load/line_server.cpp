@@ -1,0 +1,81 @@
+#include "line_server.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <netinet/in.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+void line_framer_reset(line_framer_t *framer) {
+    framer->line_len = 0;
+    framer->too_long = false;
+}
+
+void line_framer_feed(line_framer_t *framer, const char *bytes, size_t len, int host_fd,
+                      line_handler_fn handler, void *ctx) {
+    for (size_t i = 0; i < len; i++) {
+        char byte = bytes[i];
+        if (byte != '\r' && byte != '\n') {
+            if (framer->line_len == LINE_SERVER_MAX_LINE)
+                framer->too_long = true;
+            else
+                framer->line[framer->line_len++] = byte;
+            continue;
+        }
+        if (framer->line_len > 0 && !framer->too_long) {
+            framer->line[framer->line_len] = '\0';
+            handler(ctx, host_fd, framer->line, framer->line_len);
+        }
+        line_framer_reset(framer);
+    }
+}
+
+int line_server_listen(unsigned int port) {
+    int listen_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (listen_fd < 0) {
+        fprintf(stderr, "socket: %s\n", strerror(errno));
+        return -1;
+    }
+    int reuse = 1;
+    setsockopt(listen_fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse));
+    sockaddr_in addr = {};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(port);
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t addr_len = sizeof(addr);
+    if (bind(listen_fd, (sockaddr *)&addr, sizeof(addr)) != 0 || listen(listen_fd, 4) != 0 ||
+        getsockname(listen_fd, (sockaddr *)&addr, &addr_len) != 0) {
+        fprintf(stderr, "listen on port %u: %s\n", port, strerror(errno));
+        close(listen_fd);
+        return -1;
+    }
+    printf("%u\n", ntohs(addr.sin_port));
+    fflush(stdout);
+    return listen_fd;
+}
+
+static void serve_host(int host_fd, line_handler_fn handler, void *ctx) {
+    static line_framer_t framer;
+    char bytes[2048];
+    line_framer_reset(&framer);
+    for (;;) {
+        ssize_t got = read(host_fd, bytes, sizeof(bytes));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return;
+        line_framer_feed(&framer, bytes, (size_t)got, host_fd, handler, ctx);
+    }
+}
+
+void line_server_run(int listen_fd, line_handler_fn handler, void *ctx) {
+    for (;;) {
+        int host_fd = accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC);
+        if (host_fd < 0)
+            continue;
+        serve_host(host_fd, handler, ctx);
+        close(host_fd);
+    }
+}
