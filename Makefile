@@ -32,6 +32,8 @@ test-tsan:
 	cmake --build $(TSAN_BUILD) -j $(JOBS)
 	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir $(TSAN_BUILD) $(CTEST_ARGS)
 
+bench-load: ; BUILD=$(abspath $(BUILD)) bench/load/run.sh
+
 run: build
 	@echo "kervd is built in $(BUILD)/; the daemon's run target arrives with the daemon itself."
 
