@@ -1,4 +1,4 @@
-#include "rmmi_utility.h"
+#include "rmmi_utility_fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -6,19 +6,6 @@
 #include <vector>
 
 namespace {
-
-/* A command text and a cursor over it, the text held in a buffer of exactly its size so
-   that AddressSanitizer catches any read past the terminator. */
-struct cursor_fixture {
-    std::vector<kal_uint8> text;
-    rmmi_string_struct cursor{};
-
-    explicit cursor_fixture(const std::string &s, kal_uint16 index = 0) : text(s.begin(), s.end()) {
-        text.push_back(0);
-        cursor.string_ptr = text.data();
-        cursor.index = index;
-    }
-};
 
 constexpr kal_uint8 kComma = ',';
 constexpr kal_uint8 kCr = '\r';
