@@ -68,7 +68,10 @@ kal_bool select_modem(rmmi_context_struct *context, rmmi_string_struct *cmd, cha
  */
 kal_bool set_switch_from_digit(rmmi_string_struct *cmd, char *out, const kal_uint32 *length,
                                kal_uint8 *field, kal_uint8 s3) {
+    /* Back onto the digit, over any blanks between it and the line end ("ATE0 "). */
     if (cmd->index > 0)
+        --cmd->index;
+    while (cmd->index > 0 && cmd->string_ptr[cmd->index] == ' ')
         --cmd->index;
     rmmi_validator_cause_enum result = RMMI_PARSE_OK;
     kal_uint32 value = rmmi_extract_number_ext(cmd, &result, 1, s3);
