@@ -1,0 +1,114 @@
+/* Start-up: banner, pid file, control socket, debug level, signals. */
+#include "harness.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <regex>
+#include <sys/stat.h>
+
+namespace e2e {
+namespace {
+
+size_t count_of(const std::string &text, const std::string &what) {
+    size_t count = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+        count++;
+    return count;
+}
+
+TEST(StartUp, BannerOncePidFileWrittenAndStaleSocketReplaced) {
+    TempDir dir;
+    FakeModem modem;
+    Daemon daemon(dir, modem, {});
+    /* A stale socket file and a longer earlier pid: neither prevents start-up. */
+    write_file(daemon.socket_path(), "stale");
+    write_file(daemon.pid_path(), "123456789012\n");
+    ASSERT_TRUE(daemon.start()) << daemon.output();
+
+    const std::string out = daemon.output();
+    EXPECT_EQ(count_of(out, "libkerv Build @ Date:"), 1u) << out;
+    EXPECT_TRUE(
+        std::regex_search(out, std::regex("^libkerv Build @ Date:[A-Z][a-z]{2} [ 0-9]\\d \\d{4}, "
+                                          "Time:\\d\\d:\\d\\d:\\d\\d\n\n")))
+        << out;
+    /* The pid is the daemon's, written over the start of the old text, which is kept. */
+    const std::string pid_text = read_file(daemon.pid_path());
+    const std::string pid_line = std::to_string(daemon.pid()) + "\n";
+    EXPECT_EQ(pid_text.substr(0, pid_line.size()), pid_line);
+    EXPECT_EQ(pid_text.size(), std::string("123456789012\n").size());
+    EXPECT_TRUE(daemon.alive());
+
+    struct stat info;
+    ASSERT_EQ(stat(daemon.socket_path().c_str(), &info), 0);
+    EXPECT_TRUE(S_ISSOCK(info.st_mode));
+    kervRequest_t reply;
+    EXPECT_TRUE(unpack_reply(
+        control_exchange(daemon.socket_path(),
+                         packed_request(KERV_REQUEST_TYPE_APP, KERV_REQUEST_CMD_GEN_HASH, "+CSQ")),
+        &reply));
+}
+
+TEST(StartUp, DebugLevelComesFromTheStore) {
+    struct LevelCase {
+        const char *value; /* null: key absent */
+        const char *line;  /* null: no level line */
+    };
+    const LevelCase cases[] = {
+        {nullptr, "dbg = [WARNING]\r\n"},
+        {"4", "dbg = [WARNING, ERROR, INFO, DBG]\r\n"},
+        {"9", "dbg = [WARNING, ERROR, INFO, FUNCTION, DBG]\r\n"},
+        {"verbose", nullptr},
+    };
+    for (const LevelCase &c : cases) {
+        TempDir dir;
+        FakeModem modem;
+        DaemonOptions options;
+        if (c.value != nullptr)
+            options.store["KERV_DEBUG"] = c.value;
+        Daemon daemon(dir, modem, options);
+        ASSERT_TRUE(daemon.start()) << daemon.output();
+        const std::string out = daemon.output();
+        if (c.line != nullptr)
+            EXPECT_EQ(count_of(out, c.line), 1u) << out;
+        else
+            EXPECT_EQ(out.find("dbg = ["), std::string::npos) << out;
+        /* Gated messages appear only from DBG on. */
+        const bool dbg = c.value != nullptr && std::string(c.value) != "verbose";
+        EXPECT_EQ(out.find("[KERV] <kerv_info_init:") != std::string::npos, dbg) << out;
+    }
+}
+
+TEST(StartUp, Usr1PrintsOneLineAndTheDaemonGoesOn) {
+    TempDir dir;
+    FakeModem modem;
+    Daemon daemon(dir, modem, {});
+    ASSERT_TRUE(daemon.start());
+    /* One at a time: signals of one kind that arrive together are delivered once. */
+    for (size_t sent = 1; sent <= 3; sent++) {
+        kill(daemon.pid(), SIGUSR1);
+        ASSERT_TRUE(eventually(
+            [&] { return count_of(daemon.output(), "handle_debug: signal [10]\n") == sent; }))
+            << daemon.output();
+    }
+    Host host(daemon.tcp_port());
+    host.send("ATE1\r");
+    EXPECT_EQ(host.read_like("ATE1\r\r\nOK\r\n"), "ATE1\r\r\nOK\r\n");
+}
+
+TEST(StartUp, ControlSocketThatCannotBeBoundEndsStartWithStatus255) {
+    TempDir dir;
+    FakeModem modem;
+    DaemonOptions options;
+    options.wait_for_channel = false;
+    options.socket_path = dir.file("missing/kerv.socket"); /* no such directory */
+    Daemon daemon(dir, modem, options);
+    EXPECT_FALSE(daemon.start());
+    EXPECT_EQ(daemon.launcher_status(), 255);
+    EXPECT_NE(daemon.output().find("Can't bind on " + dir.file("missing/kerv.socket") + " : "),
+              std::string::npos)
+        << daemon.output();
+}
+
+} // namespace
+} // namespace e2e
