@@ -380,6 +380,7 @@ std::string control_exchange(const std::string &socket_path, const std::string &
         close(fd);
         return "<write failed>";
     }
+    shutdown(fd, SHUT_WR); /* all of the request is sent */
     std::string reply;
     const auto deadline = Clock::now() + kPatience;
     while (Clock::now() < deadline) {
