@@ -34,8 +34,10 @@ test-tsan:
 
 bench-load: ; BUILD=$(abspath $(BUILD)) bench/load/run.sh
 
+# Development run: a store, the example plug-in and modemd-sim under $(BUILD)/run; Ctrl-C
+# stops both programs.
 run: build
-	@echo "kervd is built in $(BUILD)/; the daemon's run target arrives with the daemon itself."
+	@tools/run/kervd-dev.sh $(BUILD)
 
 format:
 	git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format -i
