@@ -254,12 +254,9 @@ void rmmi_cmd_processor(rmmi_string_struct *source_string_ptr, kal_uint16 cmd_le
     if (first_end < actual_length && line[first_end] == ';' && line[first_end + 1] >= ' ')
         KERV_INFO("RMMI_MULTI_CMD_RECEIVED");
 
-    auto *command_buffer = static_cast<kal_uint8 *>(get_ctrl_buffer(RMMI_CMD_BUFFER_SIZE));
-    if (command_buffer == nullptr) {
-        KERV_WARN("no memory for the command buffer");
-        rmmi_result_code_fmttr(RMMI_RCODE_ERROR, RMMI_ERR_UNSPECIFIED);
-        return;
-    }
+    /* One command at a time, each ended by its zero byte; on the stack like the line. */
+    kal_uint8 command_buffer[RMMI_CMD_BUFFER_SIZE];
+    command_buffer[0] = 0;
     context->is_multi_cmd |= 1u;
     context->cmd_number = 0;
     context->rsp_mode.ext_result_code = 1;
@@ -271,7 +268,6 @@ void rmmi_cmd_processor(rmmi_string_struct *source_string_ptr, kal_uint16 cmd_le
     context->is_multi_cmd &= static_cast<kal_uint8>(~1u);
     context->multi_cmd_error &= static_cast<kal_uint8>(~1u);
     context->rsp_mode.ext_result_code = 1;
-    free_ctrl_buffer(command_buffer);
 }
 
 kal_uint16 rmmi_find_multicmd_seperator(const kal_uint8 *str, kal_uint16 length) {
@@ -504,7 +500,7 @@ kal_bool rmmi_internal_cmd_processor(rmmi_string_struct *source_string_ptr) {
     if (row >= RMMI_TOT_INTERNAL_CMD)
         return answer_error(source_string_ptr);
     kal_uint32 err_id = RMMI_NO_ERR;
-    char response[RMMI_RSP_BUFFER_SIZE] = {};
+    char response[RMMI_RSP_BUFFER_SIZE];
     kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
     skip_blanks(source_string_ptr);
     if (row > RMMI_AT_NEED_RELAY_TO_MD) {
@@ -515,7 +511,8 @@ kal_bool rmmi_internal_cmd_processor(rmmi_string_struct *source_string_ptr) {
         if (err_id != RMMI_NO_ERR)
             return answer_error(source_string_ptr);
     }
-    kal_mem_set(response, 0, sizeof(response));
+    /* The handlers write their bounded, terminated reports from the start. */
+    response[0] = 0;
     length = RMMI_RSP_BUFFER_ROOM;
     const kal_bool ret = rmmi_internal_validator_ft[row](source_string_ptr, response, &length);
     KERV_DBG("ret=[%d], err_id=[%d]", ret, err_id);

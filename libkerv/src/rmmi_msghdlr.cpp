@@ -93,18 +93,14 @@ void rmmi_process_multi_cmd(int fd, const char *arg) {
         refuse_line(context, RMMI_ERR_SYNTEX_ERROR);
         return;
     }
-    auto *line = static_cast<kal_uint8 *>(get_ctrl_buffer(static_cast<kal_uint32>(length + 1)));
-    if (line == nullptr) {
-        KERV_WARN("no memory for the command line");
-        refuse_line(context, RMMI_ERR_UNSPECIFIED);
-        return;
-    }
+    /* The line's copy lives on the worker's stack: no heap work per line. */
+    kal_uint8 line[RMMI_MAX_LINE_LEN + 2];
     kal_mem_cpy(line, arg, static_cast<kal_uint32>(length));
+    line[length] = 0;
     rmmi_string_struct cursor = {};
     cursor.string_ptr = line;
     context->is_multi_cmd &= static_cast<kal_uint8>(~1u);
     rmmi_cmd_processor(&cursor, static_cast<kal_uint16>(length));
-    free_ctrl_buffer(line);
 }
 
 kal_bool rmmi_custom_compute_at_cmd(const kal_char *arg, kal_uint32 *h1, kal_uint32 *h2) {
