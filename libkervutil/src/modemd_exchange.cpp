@@ -8,6 +8,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace {
@@ -48,24 +49,34 @@ sockaddr_in modemd_address() {
 
 enum class WaitOutcome { Readable, Failed, TimedOut };
 
+long long monotonic_millis() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
 /*
- * One-second waits until the answer is readable. poll rather than select: the daemon may
- * hold more descriptors than an fd_set can name, and the wait must never write past one.
+ * timeout_count waits of one second each until the answer is readable. A signal that
+ * interrupts a wait neither counts as a wait nor restarts the current second, so a stream
+ * of signals can neither shorten nor stretch the time limit. poll rather than select: the
+ * daemon may hold more descriptors than an fd_set can name.
  */
 WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
     while (timeout_count > 0) {
-        pollfd watched{fd, POLLIN, 0};
-        const int ready = poll(&watched, 1, kWaitMillis);
+        const long long second_ends = monotonic_millis() + kWaitMillis;
+        int ready;
+        do {
+            const long long left = second_ends - monotonic_millis();
+            pollfd watched{fd, POLLIN, 0};
+            ready = poll(&watched, 1, left > 0 ? static_cast<int>(left) : 0);
+        } while (ready < 0 && errno == EINTR);
         if (ready > 0)
             return WaitOutcome::Readable;
-        if (ready == 0) {
-            --timeout_count;
-            continue;
-        }
-        if (errno != EINTR) {
+        if (ready < 0) {
             *wait_errno = errno;
             return WaitOutcome::Failed;
         }
+        --timeout_count;
     }
     return WaitOutcome::TimedOut;
 }
