@@ -114,7 +114,8 @@ static kal_bool parse_definition(rmmi_string_struct *cmd, kal_uint32 *cid, pdp_c
         !read_optional_number(cmd, end, CGDCONT_MAX_D_COMP) ||
         !read_optional_number(cmd, end, CGDCONT_MAX_H_COMP))
         return KAL_FALSE;
-    if (cmd->string_ptr[cmd->index] != '\0') {
+    /* Readers step past the end of the text when parameters are omitted there. */
+    if (cmd->index < strlen((const char *)cmd->string_ptr)) {
         KERV_WARN("+cgdcont: unexpected text after the parameters");
         return KAL_FALSE;
     }
