@@ -19,6 +19,8 @@
 #include <cstring>
 #include <string>
 #include <thread>
+
+#include <gtest/gtest.h>
 #include <vector>
 
 struct FakeModemd {
@@ -81,6 +83,18 @@ struct FakeModemd {
                    : std::string();
     }
 };
+
+/* The request datagram the fake received: its header fields and exactly its text. */
+inline void expect_request(const FakeModemd &modemd, kal_uint32 token, kal_uint32 target,
+                           kal_uint32 request_id, const std::string &text) {
+    ASSERT_EQ(modemd.request.size(), MODEM_REQUEST_HEADER_SIZE + text.size());
+    EXPECT_EQ(modemd.request_field(0), 0x5498ACDEu);
+    EXPECT_EQ(modemd.request_field(4), token);
+    EXPECT_EQ(modemd.request_field(8), target);
+    EXPECT_EQ(modemd.request_field(12), request_id);
+    EXPECT_EQ(modemd.request_field(16), text.size());
+    EXPECT_EQ(modemd.request_text(), text);
+}
 
 /* While it lives, the process cannot open another descriptor. */
 struct NoFreeDescriptors {

@@ -36,13 +36,7 @@ TEST(ModemRequest, RequestCarriesItsOwnCounterTargetAndIdentifier) {
     const Outcome got = request(modemd, MODEM_TARGET_LTE, MODEM_REQ_CREATE_APN, "1,IP,internet");
     EXPECT_EQ(got.result, 0);
     EXPECT_EQ(got.out, "ok");
-    ASSERT_EQ(modemd.request.size(), 20u + 13u);
-    EXPECT_EQ(modemd.request_field(0), 0x5498ACDEu);
-    EXPECT_EQ(modemd.request_field(4), token);
-    EXPECT_EQ(modemd.request_field(8), 1u);
-    EXPECT_EQ(modemd.request_field(12), 7u);
-    EXPECT_EQ(modemd.request_field(16), 13u);
-    EXPECT_EQ(modemd.request_text(), "1,IP,internet");
+    expect_request(modemd, token, 1, 7, "1,IP,internet");
 
     FakeModemd next;
     next.serve(response_datagram(MODEM_RET_OK, 0, ""));
@@ -62,8 +56,8 @@ TEST(ModemRequest, UnterminatedRecordTextIsCutTo510Characters) {
     EXPECT_EQ(kerv_md_request(&req, out, sizeof(out)), 0);
     ++requested_so_far;
     modemd.wait();
-    EXPECT_EQ(modemd.request_field(16), 510u);
-    EXPECT_EQ(modemd.request_text(), std::string(510, 'a'));
+    expect_request(modemd, 2000 + requested_so_far - 1, MODEM_TARGET_MD, MODEM_REQ_SEND_SMS,
+                   std::string(510, 'a'));
 }
 
 struct AnswerCase {
