@@ -10,8 +10,10 @@
  *   AT+CGDCONT    is accepted and changes nothing.
  *
  * Every parameter is read and checked before anything is stored, so a command that fails
- * leaves the contexts as they were. The contexts live in this library's memory for the
- * life of the daemon.
+ * leaves the contexts as they were. A change is then handed to the modem daemon (a
+ * MODEM_REQ_CREATE_APN request "<cid>,<PDP_type>,<APN>", or MODEM_REQ_DELETE_APN "<cid>"
+ * for a defined context); only when it confirms is the context stored and OK answered.
+ * The contexts live in this library's memory for the life of the daemon.
  */
 #include <kerv_plugin.h>
 
@@ -132,6 +134,28 @@ static kal_bool parse_definition(rmmi_string_struct *cmd, kal_uint32 *cid, pdp_c
     return KAL_TRUE;
 }
 
+/*
+ * Hands the change to the modem daemon, which sets the context up on the modems. Blocks
+ * until it answers (at most 30 seconds); KAL_FALSE unless it confirmed the change.
+ */
+static kal_bool tell_modem_daemon(kal_uint32 cid, const pdp_context_t *parsed) {
+    kerv_md_request_t req;
+    memset(&req, 0, sizeof(req));
+    req.target = MODEM_TARGET_DAEMON;
+    if (parsed->defined) {
+        req.request_id = MODEM_REQ_CREATE_APN;
+        snprintf(req.data, sizeof(req.data), "%u,%s,%s", cid, parsed->pdp_type, parsed->apn);
+    } else {
+        req.request_id = MODEM_REQ_DELETE_APN;
+        snprintf(req.data, sizeof(req.data), "%u", cid);
+    }
+    char status[64];
+    if (kerv_md_request(&req, status, sizeof(status)) == 0)
+        return KAL_TRUE;
+    KERV_WARN("+cgdcont: modem daemon did not take context %u: %s", cid, status);
+    return KAL_FALSE;
+}
+
 static kal_bool cgdcont_set(rmmi_string_struct *cmd, char *out, int *out_len) {
     kal_uint32 cid = 0;
     pdp_context_t parsed;
@@ -139,6 +163,10 @@ static kal_bool cgdcont_set(rmmi_string_struct *cmd, char *out, int *out_len) {
         KERV_DBG("+cgdcont: bad parameters [%s]", (const char *)cmd->string_ptr);
         return answer(out, out_len, ERROR_TEXT, KAL_FALSE);
     }
+    /* Removing a context that was never defined needs nobody's consent. */
+    const kal_bool changes_modem = parsed.defined || contexts[cid].defined;
+    if (changes_modem && !tell_modem_daemon(cid, &parsed))
+        return answer(out, out_len, ERROR_TEXT, KAL_FALSE);
     contexts[cid] = parsed;
     KERV_INFO("+cgdcont: context %u %s", cid, parsed.defined ? parsed.apn : "removed");
     return answer(out, out_len, OK_TEXT, KAL_TRUE);

@@ -38,7 +38,7 @@ struct Plugins : testing::Test {
     std::unique_ptr<Host> host;
 };
 
-TEST_F(Plugins, CgdcontIsAnsweredByItsPluginWithoutTheModem) {
+TEST_F(Plugins, CgdcontIsAnsweredByItsPluginAndDefinitionsReachTheModemDaemon) {
     EXPECT_EQ(ask("AT+CGDCONT=1,\"IP\",\"internet\"\r", kOk), kOk);
     EXPECT_EQ(ask("at+cgdcont=2,\"IPV6\",\"ims\"\r", kOk), kOk);
     const std::string listed = "\r\n+CGDCONT: 1,\"IP\",\"internet\"\r\n"
@@ -50,11 +50,17 @@ TEST_F(Plugins, CgdcontIsAnsweredByItsPluginWithoutTheModem) {
     EXPECT_EQ(ask("AT+CGDCONT=?\r", tested), tested);
     EXPECT_EQ(ask("AT+CGDCONT=16,\"IP\",\"x\"\r", kError), kError);
     EXPECT_EQ(host->read_for(std::chrono::milliseconds(200)), "");
-    EXPECT_TRUE(modem.requests().empty());
+    /* Only the two definitions went to the modem daemon, as general requests. */
+    const std::vector<ModemRequest> told = modem.requests();
+    ASSERT_EQ(told.size(), 2u);
+    EXPECT_EQ(told[0].request_id, 7u);
+    EXPECT_EQ(told[0].target, 0u);
+    EXPECT_EQ(told[0].text, "1,IP,internet");
+    EXPECT_EQ(told[1].text, "2,IPV6,ims");
 
     const std::string csq = "\r\n+CSQ: 20,99\r\n\r\nOK\r\n";
     EXPECT_EQ(ask("AT+CSQ\r", csq), csq);
-    EXPECT_EQ(modem.requests().size(), 1u);
+    EXPECT_EQ(modem.requests().size(), 3u);
 }
 
 TEST_F(Plugins, FaultyPluginsAreReportedAndTheirCommandsRelayed) {

@@ -25,11 +25,14 @@
 
 struct FakeModemd {
     int fd = -1;
+    int stop_pipe[2] = {-1, -1}; /* written by the destructor: ends a serve still waiting */
     std::thread server;
     std::vector<char> request; /* the request datagram as received */
 
     FakeModemd() {
         fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (pipe(stop_pipe) != 0)
+            stop_pipe[0] = stop_pipe[1] = -1;
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -40,16 +43,21 @@ struct FakeModemd {
     }
 
     ~FakeModemd() {
+        if (write(stop_pipe[1], "x", 1) != 1 && server.joinable())
+            ADD_FAILURE() << "cannot stop the fake modem daemon";
         if (server.joinable())
             server.join();
         close(fd);
+        close(stop_pipe[0]);
+        close(stop_pipe[1]);
     }
 
-    /* Serves one request; reply empty and answer false: no answer. */
+    /* Serves one request (or none, if none comes before the fake ends); with answer false
+       the request is kept but not answered. */
     void serve(std::vector<char> reply, bool answer = true) {
         server = std::thread([this, reply, answer] {
-            pollfd watched{fd, POLLIN, 0};
-            if (poll(&watched, 1, 10000) != 1)
+            pollfd watched[2] = {{fd, POLLIN, 0}, {stop_pipe[0], POLLIN, 0}};
+            if (poll(watched, 2, 10000) < 1 || watched[0].revents == 0)
                 return;
             char datagram[2048];
             sockaddr_in sender{};

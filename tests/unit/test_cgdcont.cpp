@@ -1,3 +1,4 @@
+#include "fake_modemd.h"
 #include "rmmi_common.h"
 
 #include <gtest/gtest.h>
@@ -41,9 +42,17 @@ Answer run(const std::string &command, kal_uint8 mode, const char *test_mode = n
     return {result, out.data(), out_len};
 }
 
-Answer set(const std::string &params) {
+/* A set command while a modem daemon answers with reply; modemd keeps what it received. */
+Answer set_with(FakeModemd &modemd, const std::vector<char> &reply, const std::string &params) {
+    modemd.serve(reply);
     return run("AT+CGDCONT=" + params + "\r", RMMI_SET_OR_EXECUTE_MODE);
 }
+
+Answer set(const std::string &params) {
+    FakeModemd modemd;
+    return set_with(modemd, response_datagram(MODEM_RET_OK, 0, ""), params);
+}
+
 std::string read_contexts() {
     return run("AT+CGDCONT?\r", RMMI_READ_MODE).text;
 }
@@ -83,6 +92,8 @@ TEST(CgdcontPlugin, SetStoresContextsAndReadListsThemInCidOrder) {
     EXPECT_EQ(listed.length, static_cast<int>(listed.text.size()));
 
     EXPECT_EQ(set("3").result, KAL_TRUE);
+    FakeModemd modemd; /* a line ended by another termination character */
+    modemd.serve(response_datagram(MODEM_RET_OK, 0, ""));
     EXPECT_EQ(run("AT+CGDCONT=15\n", RMMI_SET_OR_EXECUTE_MODE).result, KAL_TRUE);
     EXPECT_EQ(read_contexts(), "\r\n+CGDCONT: 1,\"IP\",\"internet.example-1\"\r\n\r\nOK\r\n");
 }
@@ -111,16 +122,59 @@ TEST(CgdcontPlugin, BadParametersAnswerErrorAndChangeNothing) {
     };
     for (const char *params : bad) {
         SCOPED_TRACE(params);
-        const Answer got = set(params);
+        FakeModemd modemd;
+        const Answer got = set_with(modemd, response_datagram(MODEM_RET_OK, 0, ""), params);
         EXPECT_EQ(got.result, KAL_FALSE);
         EXPECT_EQ(got.text, "\r\nERROR\r\n");
         EXPECT_EQ(got.length, 9);
+        EXPECT_TRUE(modemd.request.empty());
     }
     const std::string apn_99(99, 'a');
     EXPECT_EQ(set("4,\"IP\",\"" + apn_99 + "\"").result, KAL_TRUE);
     EXPECT_EQ(set("2,\"IP\",\"" + apn_99 + "b\"").result, KAL_FALSE);
     EXPECT_EQ(set("4").result, KAL_TRUE);
     EXPECT_EQ(read_contexts(), before);
+}
+
+TEST(CgdcontPlugin, ModemDaemonMustConfirmEveryChange) {
+    remove_all_contexts();
+    {
+        FakeModemd modemd;
+        EXPECT_EQ(
+            set_with(modemd, response_datagram(MODEM_RET_OK, 0, ""), "5,\"ipv4v6\",\"apn.five\"")
+                .result,
+            KAL_TRUE);
+        modemd.wait();
+        EXPECT_EQ(modemd.request_field(8), static_cast<kal_uint32>(MODEM_TARGET_DAEMON));
+        EXPECT_EQ(modemd.request_field(12), static_cast<kal_uint32>(MODEM_REQ_CREATE_APN));
+        EXPECT_EQ(modemd.request_text(), "5,IPV4V6,apn.five");
+    }
+    const std::string stored = read_contexts();
+    const std::vector<char> refusals[] = {
+        response_datagram(MODEM_RET_CGDCONT_ERROR, 0, ""),
+        response_datagram(MODEM_RET_CGDCONT_ERROR, 6, "\r\nOK\r\n"),
+        std::vector<char>(27, '\0'),
+    };
+    for (const std::vector<char> &refusal : refusals) {
+        FakeModemd modemd;
+        const Answer refused = set_with(modemd, refusal, "5,\"IP\",\"other\"");
+        EXPECT_EQ(refused.result, KAL_FALSE);
+        EXPECT_EQ(refused.text, "\r\nERROR\r\n");
+        FakeModemd removal;
+        EXPECT_EQ(set_with(removal, refusal, "5").result, KAL_FALSE);
+    }
+    EXPECT_EQ(read_contexts(), stored);
+    {
+        FakeModemd modemd;
+        EXPECT_EQ(set_with(modemd, response_datagram(MODEM_RET_OK, 0, ""), "5").result, KAL_TRUE);
+        modemd.wait();
+        EXPECT_EQ(modemd.request_field(12), static_cast<kal_uint32>(MODEM_REQ_DELETE_APN));
+        EXPECT_EQ(modemd.request_text(), "5");
+    }
+    FakeModemd untouched;
+    EXPECT_EQ(set_with(untouched, response_datagram(MODEM_RET_OK, 0, ""), "5").result, KAL_TRUE);
+    EXPECT_TRUE(untouched.request.empty());
+    EXPECT_EQ(read_contexts(), "\r\nOK\r\n");
 }
 
 TEST(CgdcontPlugin, TestActiveAndWrongModes) {
