@@ -62,11 +62,11 @@ die() {
   exit 1
 }
 
-# Waits for the first line a started process writes to file and prints the port in it.
+# Waits for the first line a started process writes to file and prints the port that ends it.
 port_from() {
   local file=$1 port=
   for _ in $(seq 100); do
-    port=$(head -n 1 "$file" 2>/dev/null | grep -o '[0-9]\+' | head -n 1 || true)
+    port=$(head -n 1 "$file" 2>/dev/null | grep -o '[0-9]\+$' || true)
     [ -n "$port" ] && break
     sleep 0.05
   done
