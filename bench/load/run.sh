@@ -170,6 +170,7 @@ run_mode() {
   stop_all
 }
 
+load_before=$(cut -d ' ' -f 1-3 /proc/loadavg)
 for mode in $modes; do
   run_mode "$mode"
 done
@@ -193,6 +194,7 @@ mean_rate() {
 
 echo
 echo "kervd load benchmark, $(date -u '+%Y-%m-%d %H:%M UTC'), $(grep -m 1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(nproc) CPUs"
+echo "load average before the run: $load_before (other work on this machine shows up in p99)"
 echo "$rounds rounds x $seconds s per case; round trip = write of the line to the end of its final result code"
 printf '\n%-9s %-9s %-26s %9s %9s %10s %8s %8s\n' mode in-flight case p50_us p99_us answers/s p50_ratio p99_ratio
 for mode in $modes; do
