@@ -62,30 +62,6 @@ kal_bool select_modem(rmmi_context_struct *context, rmmi_string_struct *cmd, cha
     return KAL_FALSE;
 }
 
-/*
- * ATE<digit> and ATV<digit>: the digit (the last character of the name) sets field to
- * 0 or 1; no digit at all counts as 1.
- */
-kal_bool set_switch_from_digit(rmmi_string_struct *cmd, char *out, const kal_uint32 *length,
-                               kal_uint8 *field, kal_uint8 s3) {
-    /* Back onto the digit, over any blanks between it and the line end ("ATE0 "). */
-    if (cmd->index > 0)
-        --cmd->index;
-    while (cmd->index > 0 && cmd->string_ptr[cmd->index] == ' ')
-        --cmd->index;
-    rmmi_validator_cause_enum result = RMMI_PARSE_OK;
-    kal_uint32 value = rmmi_extract_number_ext(cmd, &result, 1, s3);
-    if (result == RMMI_PARSE_NOT_FOUND)
-        value = 1;
-    if (result == RMMI_PARSE_ERROR) {
-        report(out, length, kErrorReport);
-        return KAL_FALSE;
-    }
-    *field = static_cast<kal_uint8>(value);
-    report(out, length, kOkReport);
-    return KAL_TRUE;
-}
-
 /* The context for a handler, or null after answering with an error when it cannot run. */
 rmmi_context_struct *handler_context(const char *handler, const rmmi_string_struct *cmd, char *out,
                                      const kal_uint32 *length) {
@@ -95,6 +71,33 @@ rmmi_context_struct *handler_context(const char *handler, const rmmi_string_stru
     kal_print_gated(KAL_DBG_FUNCTION, handler, __LINE__, "EXIT. pointer is NULL.");
     report(out, length, kErrorReport);
     return nullptr;
+}
+
+/*
+ * ATE<digit> and ATV<digit>: the digit (the last character of the name) sets the response
+ * mode's field to 0 or 1; no digit at all counts as 1.
+ */
+kal_bool set_switch_from_digit(const char *handler, rmmi_string_struct *cmd, char *out,
+                               const kal_uint32 *length, kal_uint8 rmmi_rsp_mode_struct::*field) {
+    rmmi_context_struct *context = handler_context(handler, cmd, out, length);
+    if (context == nullptr)
+        return KAL_FALSE;
+    /* Back onto the digit, over any blanks between it and the line end ("ATE0 "). */
+    if (cmd->index > 0)
+        --cmd->index;
+    while (cmd->index > 0 && cmd->string_ptr[cmd->index] == ' ')
+        --cmd->index;
+    rmmi_validator_cause_enum result = RMMI_PARSE_OK;
+    kal_uint32 value = rmmi_extract_number_ext(cmd, &result, 1, context->s_reg.s3);
+    if (result == RMMI_PARSE_NOT_FOUND)
+        value = 1;
+    if (result == RMMI_PARSE_ERROR) {
+        report(out, length, kErrorReport);
+        return KAL_FALSE;
+    }
+    context->rsp_mode.*field = static_cast<kal_uint8>(value);
+    report(out, length, kOkReport);
+    return KAL_TRUE;
 }
 
 } // namespace
@@ -132,12 +135,10 @@ kal_bool rmmi_atrelay_hdlr(rmmi_string_struct *source_string_ptr, char *out, kal
 
 kal_bool rmmi_ate_hdlr(rmmi_string_struct *source_string_ptr, char *out, kal_uint32 *length) {
     KERV_FUNC(" ENTER");
-    rmmi_context_struct *context = handler_context(__func__, source_string_ptr, out, length);
-    if (context == nullptr)
-        return KAL_FALSE;
-    const kal_bool result = set_switch_from_digit(source_string_ptr, out, length,
-                                                  &context->rsp_mode.echo_flag, context->s_reg.s3);
-    KERV_DBG("echo_flag=[%d]", context->rsp_mode.echo_flag);
+    const kal_bool result = set_switch_from_digit(__func__, source_string_ptr, out, length,
+                                                  &rmmi_rsp_mode_struct::echo_flag);
+    if (const rmmi_context_struct *context = rmmi_get_context_ptr())
+        KERV_DBG("echo_flag=[%d]", context->rsp_mode.echo_flag);
     return result;
 }
 
@@ -154,12 +155,10 @@ kal_bool rmmi_empty_hdlr(rmmi_string_struct *source_string_ptr, char *out, kal_u
 
 kal_bool rmmi_atv_hdlr(rmmi_string_struct *source_string_ptr, char *out, kal_uint32 *length) {
     KERV_FUNC(" ENTER");
-    rmmi_context_struct *context = handler_context(__func__, source_string_ptr, out, length);
-    if (context == nullptr)
-        return KAL_FALSE;
-    const kal_bool result = set_switch_from_digit(source_string_ptr, out, length,
-                                                  &context->rsp_mode.format, context->s_reg.s3);
-    KERV_DBG("format=[%s]", context->rsp_mode.format == RMMI_NUM_PARTIAL_HEAD_TAIL ? "P" : "V");
+    const kal_bool result = set_switch_from_digit(__func__, source_string_ptr, out, length,
+                                                  &rmmi_rsp_mode_struct::format);
+    if (const rmmi_context_struct *context = rmmi_get_context_ptr())
+        KERV_DBG("format=[%s]", context->rsp_mode.format == RMMI_NUM_PARTIAL_HEAD_TAIL ? "P" : "V");
     return result;
 }
 

@@ -13,12 +13,12 @@ using rmmi_test::EngineTest;
 
 class Analyzer : public EngineTest {
   protected:
-    /* Classifies the first command of text as the line processor does. */
-    rmmi_string_struct classify(const std::string &text) {
+    /* Classifies the command at the start of text, after commands_before others. */
+    rmmi_string_struct classify(const std::string &text, kal_uint32 commands_before = 0) {
         line_ = text;
         rmmi_string_struct cursor = {};
         cursor.string_ptr = reinterpret_cast<kal_uint8 *>(line_.data());
-        context()->cmd_number = 0;
+        context()->cmd_number = commands_before;
         rmmi_validator_t validator = {};
         cursor.cmd_class = rmmi_find_cmd_class(&cursor, &validator);
         rmmi_release_validator_copies(&validator);
@@ -125,15 +125,10 @@ TEST_F(Analyzer, PrefixSymbolsSetTheSymbolHashOnlyUpToPosition40) {
         EXPECT_EQ(cursor.index, c.index_after_name) << c.text;
     }
     /* A later command whose symbol stands beyond position 40 has an empty name. */
-    std::string late = std::string(41, ' ') + "^SYSINFO";
-    line_ = late;
-    rmmi_string_struct cursor = {};
-    cursor.string_ptr = reinterpret_cast<kal_uint8 *>(line_.data());
-    context()->cmd_number = 1;
-    rmmi_validator_t validator = {};
-    EXPECT_EQ(rmmi_find_cmd_class(&cursor, &validator), RMMI_BASIC_CMD);
-    EXPECT_EQ(cursor.symbol_hash, RMMI_EXTEND_HASH_PLUS);
-    EXPECT_EQ(cursor.index, 41);
+    const rmmi_string_struct late = classify(std::string(41, ' ') + "^SYSINFO", 1);
+    EXPECT_EQ(late.cmd_class, RMMI_BASIC_CMD);
+    EXPECT_EQ(late.symbol_hash, RMMI_EXTEND_HASH_PLUS);
+    EXPECT_EQ(late.index, 41);
     EXPECT_EQ(context()->cmd_number, 2u);
 }
 
@@ -164,6 +159,50 @@ TEST_F(Analyzer, CommandTakesItsTerminatorAndModeFromTheCharactersAfterTheName) 
         EXPECT_EQ(cmd.cmd_mode, c.mode) << c.line;
         EXPECT_EQ(cmd.index, c.index) << c.line;
         EXPECT_EQ(line_cursor.index, c.next) << c.line;
+    }
+}
+
+TEST_F(Analyzer, HandlersWithoutACommandAnswerErrorAndTheMarkerRowIsHarmless) {
+    for (RMMI_BASIC_CMD_FUNCTION handler :
+         {rmmi_atrelay_hdlr, rmmi_ate_hdlr, rmmi_atv_hdlr, rmmi_empty_hdlr}) {
+        char out[RMMI_RSP_BUFFER_SIZE] = {};
+        kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
+        EXPECT_EQ(handler(nullptr, out, &length), KAL_FALSE);
+        EXPECT_STREQ(out, "\r\nERROR\r\n");
+    }
+    rmmi_string_struct cmd = {};
+    kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
+    char out[RMMI_RSP_BUFFER_SIZE] = {};
+    EXPECT_EQ(rmmi_internal_validator_ft[RMMI_AT_NEED_RELAY_TO_MD](&cmd, out, &length), KAL_TRUE);
+    EXPECT_EQ(length, 0u);
+}
+
+TEST_F(Analyzer, RelayHandlerReportsTheModemInForce) {
+    struct {
+        const char *line;
+        kal_uint32 chip_type;
+        const char *report;
+        kal_bool result;
+    } cases[] = {
+        {"AT+RELAY?", 0, "\r\nLTE\r\n", KAL_TRUE},
+        {"AT+RELAY=?", 16, "\r\n23G\r\n", KAL_TRUE},
+        {"AT+RELAY?", 1, "\r\nLTE\r\n", KAL_TRUE},
+        {"AT+RELAY", 1, "\r\nACTIVE MODE\r\n", KAL_TRUE},
+        {"AT+RELAY=+lte", 16, "\r\nOK\r\n", KAL_TRUE},
+        {"AT+RELAY=LT", 16, "\r\nERROR\r\n", KAL_FALSE},
+        {"AT+RELAY?x", 16, "", KAL_FALSE},
+    };
+    for (const auto &c : cases) {
+        rmmi_string_struct line_cursor;
+        rmmi_string_struct cmd = take_first(c.line, &line_cursor);
+        context()->chip_type = c.chip_type;
+        char out[RMMI_RSP_BUFFER_SIZE] = {};
+        kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
+        EXPECT_EQ(rmmi_atrelay_hdlr(&cmd, out, &length), c.result) << c.line;
+        EXPECT_STREQ(out, c.report) << c.line;
+        if (c.result == KAL_TRUE) {
+            EXPECT_EQ(length, strlen(c.report)) << c.line;
+        }
     }
 }
 
