@@ -229,15 +229,29 @@ TEST_F(Engine, OversizedAndLyingModemAnswersStayWithinTheResponse) {
     }
 }
 
-/* Lines made of the characters the engine reacts to, in any order and length. */
+TEST_F(Engine, LineArrivingWhileAnErrorIsPendingIsDroppedAndClearsIt) {
+    context()->multi_cmd_error = 1;
+    context()->is_multi_cmd = 1;
+    EXPECT_EQ(run("ATE0"), "");
+    EXPECT_EQ(context()->rsp_mode.echo_flag, RMMI_ECHO_ON);
+    EXPECT_EQ(context()->multi_cmd_error, 0);
+    EXPECT_EQ(context()->is_multi_cmd, 0);
+    EXPECT_EQ(run("ATE0"), kOk);
+}
+
+/*
+ * Lines made of the characters the engine reacts to, and of any bytes at all, in any order
+ * and length up to the longest line.
+ */
 TEST_F(Engine, ArbitraryLinesNeverLeaveAFlagSet) {
     const std::string alphabet = "AaTtEeVv01239+^%$=?;,\"/ \r\nxRELAY";
     std::mt19937 random(20261123);
-    for (int i = 0; i < 1500; ++i) {
+    for (int i = 0; i < 2000; ++i) {
         std::string line;
-        const size_t length = random() % 60;
+        const size_t length = i % 100 == 0 ? random() % 2100 : random() % 60;
         for (size_t k = 0; k < length; ++k)
-            line += alphabet[random() % alphabet.size()];
+            line += i % 2 == 0 ? alphabet[random() % alphabet.size()]
+                               : static_cast<char>(1 + random() % 255);
         if (i % 3 == 0)
             line = "AT" + line;
         run(line);
