@@ -29,7 +29,7 @@ class ExamplePlugin : public EngineTest {
     FakeModemd modemd;
 };
 
-TEST_F(ExamplePlugin, DefinesListsAndDescribesContextsWithoutTheModem) {
+TEST_F(ExamplePlugin, DefinesListsAndDescribesContextsThroughTheModemDaemon) {
     EXPECT_EQ(run("AT+CGDCONT=1,\"IP\",\"internet.example\""),
               "AT+CGDCONT=1,\"IP\",\"internet.example\"\r\r\nOK\r\n");
     EXPECT_EQ(run("ATE0;+CGDCONT=2,\"IPV6\",\"ims\""), "\r\nOK\r\n\r\nOK\r\n\r\nOK\r\n");
@@ -39,13 +39,20 @@ TEST_F(ExamplePlugin, DefinesListsAndDescribesContextsWithoutTheModem) {
     const std::string test_answer = run("AT+CGDCONT=?");
     EXPECT_EQ(test_answer.rfind("\r\n+CGDCONT: (1-15),\"IP\"", 0), 0u) << test_answer;
     EXPECT_EQ(test_answer.substr(test_answer.size() - 6), "\r\nOK\r\n");
-    EXPECT_TRUE(modemd.take_requests().empty());
+    const std::vector<rmmi_test::ModemRequest> requests = modemd.take_requests();
+    ASSERT_EQ(requests.size(), 2u) << "only definitions reach the modem daemon";
+    EXPECT_EQ(requests[0].request_id, 7u);
+    EXPECT_EQ(requests[0].target, 0u);
+    EXPECT_EQ(requests[0].data, "1,IP,internet.example");
+    EXPECT_EQ(requests[1].data, "2,IPV6,ims");
 }
 
-TEST_F(ExamplePlugin, RefusedDefinitionAnswersErrorAndFailsItsLine) {
+TEST_F(ExamplePlugin, RefusedDefinitionsAnswerErrorAndFailTheirLine) {
     EXPECT_EQ(run("ATE0"), "\r\nOK\r\n");
     EXPECT_EQ(run("AT+CGDCONT=16,\"IP\""), "\r\nERROR\r\n");
     EXPECT_EQ(run("ATE0;+CGDCONT=0"), "\r\nOK\r\n\r\nERROR\r\n\r\nERROR\r\n");
+    modemd.answer(rmmi_test::ModemReply::text, "", 8);
+    EXPECT_EQ(run("AT+CGDCONT=3,\"IP\",\"refused\""), "\r\nERROR\r\n");
     expect_line_flags_clear();
 }
 
