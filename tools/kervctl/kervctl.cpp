@@ -1,0 +1,447 @@
+/*
+ * kervctl: the local client of kervd for people and scripts. Sends control requests over
+ * the control socket (stop, start, reload, hash), URC datagrams to the URC port, and AT
+ * command lines to the TCP command channel, printing the answers as they come.
+ */
+#include "kervctl_answer.h"
+#include "request.h"
+#include "sncfg.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cmath>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1;
+constexpr int kExitNoConnect = 2;
+constexpr int kExitUsage = 64;
+
+constexpr unsigned int kDefaultListenPort = 5556;
+constexpr unsigned int kDefaultUrcPort = 12394;
+/* The daemon keeps at most this much of one URC datagram. */
+constexpr size_t kUrcTextMax = 1023;
+constexpr double kTimeoutMax = 2000000.0; /* keeps the wait within poll's int milliseconds */
+
+constexpr const char kUsage[] =
+    "Usage: kervctl [OPTION...] COMMAND [ARGUMENT...]\n"
+    "Talks to kervd: control requests over its control socket, URCs over its URC port and\n"
+    "AT command lines over its TCP command channel.\n"
+    "\n"
+    "Commands:\n"
+    "  stop          close the daemon's command channel\n"
+    "  start         handled by the daemon exactly like stop\n"
+    "  reload        make the daemon re-read the channel configuration; prints its reply\n"
+    "  hash NAME     print the two hash values of the AT command name NAME (e.g. +CSQ)\n"
+    "  urc TEXT      send TEXT as it is (add any \\r\\n framing yourself) as one URC to\n"
+    "                127.0.0.1 at the URC port\n"
+    "  at LINE...    send each AT command line, followed by a carriage return, to the\n"
+    "                command channel on 127.0.0.1 and print its answer up to the final\n"
+    "                result code; stops at the first line that does not end in OK\n"
+    "\n"
+    "Options:\n"
+    "  --port N      port for urc and at (default: the store's KERV_URC_LISTEN_PORT,\n"
+    "                12394 when unset, or KERV_LISTEN_PORT, 5556 when unset)\n"
+    "  --timeout S   seconds to wait for the daemon's answer to each request or line\n"
+    "                (default 10)\n"
+    "  --help        show this help\n"
+    "\n"
+    "The control socket is $KERVD_CONTROL_SOCKET (default /tmp/kerv.socket); the store is\n"
+    "$SNCFG_FILE (default /etc/sncfg.conf).\n"
+    "\n"
+    "Exit status:\n"
+    "  0   success; for at, every line ended in OK (or numeric 0)\n"
+    "  1   a line ended in ERROR, +CME ERROR, +CMS ERROR or another failing result code,\n"
+    "      no answer came in time, the connection ended early, or the daemon answered\n"
+    "      ERROR or nothing\n"
+    "  2   cannot connect to the daemon, or cannot send the URC\n"
+    "  64  usage error\n";
+
+struct Options {
+    long port = -1; /* -1: take it from the store */
+    double timeout_s = 10.0;
+    const char *command = nullptr;
+    char **args = nullptr;
+    int arg_count = 0;
+};
+
+void complain(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+void complain(const char *fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    fputs("kervctl: ", stderr);
+    vfprintf(stderr, fmt, args);
+    fputc('\n', stderr);
+    va_end(args);
+}
+
+int usage_error(const char *fmt, const char *detail) {
+    fputs("kervctl: ", stderr);
+    fprintf(stderr, fmt, detail);
+    fputs("\nTry 'kervctl --help'.\n", stderr);
+    return kExitUsage;
+}
+
+bool parse_port(const char *text, long *port) {
+    char *end = nullptr;
+    errno = 0;
+    const unsigned long value = strtoul(text, &end, 10);
+    if (text[0] < '0' || text[0] > '9' || *end != '\0' || errno != 0 || value == 0 || value > 65535)
+        return false;
+    *port = static_cast<long>(value);
+    return true;
+}
+
+bool parse_timeout(const char *text, double *seconds) {
+    char *end = nullptr;
+    const double value = strtod(text, &end);
+    if (end == text || *end != '\0' || !std::isfinite(value) || value <= 0.0 || value > kTimeoutMax)
+        return false;
+    *seconds = value;
+    return true;
+}
+
+/* The option's value: "--name=value" or the next argument. Null when missing. */
+const char *option_value(const char *arg, size_t name_len, int argc, char **argv, int *i) {
+    if (arg[name_len] == '=')
+        return arg + name_len + 1;
+    if (arg[name_len] != '\0' || *i + 1 >= argc)
+        return nullptr;
+    return argv[++*i];
+}
+
+/*
+ * Options may stand anywhere; "--" ends them. The other arguments are gathered, in
+ * order, at the front of argv. Returns -1 to go on, else the exit status.
+ */
+int parse_arguments(int argc, char **argv, Options *opts) {
+    int count = 0;
+    bool options_done = false;
+    for (int i = 1; i < argc; i++) {
+        const char *arg = argv[i];
+        if (!options_done && strcmp(arg, "--") == 0) {
+            options_done = true;
+            continue;
+        }
+        if (options_done || strncmp(arg, "--", 2) != 0) {
+            argv[1 + count++] = argv[i];
+            continue;
+        }
+        if (strcmp(arg, "--help") == 0) {
+            fputs(kUsage, stdout);
+            return kExitOk;
+        }
+        const bool is_port = strncmp(arg, "--port", 6) == 0 && (arg[6] == '\0' || arg[6] == '=');
+        const bool is_timeout =
+            strncmp(arg, "--timeout", 9) == 0 && (arg[9] == '\0' || arg[9] == '=');
+        if (!is_port && !is_timeout)
+            return usage_error("unknown option %s", arg);
+        const char *value = option_value(arg, is_port ? 6 : 9, argc, argv, &i);
+        if (value == nullptr)
+            return usage_error("%s needs a value", is_port ? "--port" : "--timeout");
+        if (is_port && !parse_port(value, &opts->port))
+            return usage_error("--port wants a port number from 1 to 65535, not '%s'", value);
+        if (is_timeout && !parse_timeout(value, &opts->timeout_s))
+            return usage_error("--timeout wants a number of seconds above 0, not '%s'", value);
+    }
+    if (count == 0)
+        return usage_error("%s", "no command given");
+    opts->command = argv[1];
+    opts->args = argv + 2;
+    opts->arg_count = count - 1;
+    return -1;
+}
+
+/* A port from the store read as the daemon reads it: decimal, the default when absent. */
+unsigned int store_port(const char *key, unsigned int default_port) {
+    char *value = nullptr;
+    if (sncfg_get(key, &value) < 0 || value == nullptr)
+        return default_port;
+    const unsigned int port = static_cast<unsigned int>(strtoul(value, nullptr, 10)) & 0xFFFFu;
+    free(value);
+    return port;
+}
+
+unsigned int port_for(const Options &opts, const char *key, unsigned int default_port) {
+    return opts.port > 0 ? static_cast<unsigned int>(opts.port) : store_port(key, default_port);
+}
+
+double now_s() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
+}
+
+/* Waits until fd can be read or the deadline (monotonic seconds) has passed. */
+bool wait_readable(int fd, double deadline) {
+    for (;;) {
+        const double left = deadline - now_s();
+        if (left <= 0.0)
+            return false;
+        struct pollfd pfd = {fd, POLLIN, 0};
+        const int ready = poll(&pfd, 1, static_cast<int>(std::ceil(left * 1000.0)));
+        if (ready > 0)
+            return true;
+        if (ready < 0 && errno != EINTR)
+            return false;
+    }
+}
+
+bool send_all(int fd, const void *bytes, size_t len) {
+    const char *p = static_cast<const char *>(bytes);
+    while (len > 0) {
+        const ssize_t sent = send(fd, p, len, MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR)
+            continue;
+        if (sent <= 0)
+            return false;
+        p += sent;
+        len -= static_cast<size_t>(sent);
+    }
+    return true;
+}
+
+struct sockaddr_in loopback(unsigned int port) {
+    struct sockaddr_in addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(static_cast<unsigned short>(port));
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return addr;
+}
+
+/*
+ * Reads the daemon's reply until it closes the connection. Returns the bytes read into
+ * reply, or -1 after reporting a time-out or a read error.
+ */
+int read_reply(int fd, kervRequest_t *reply, double timeout_s) {
+    char *into = reinterpret_cast<char *>(reply);
+    const double deadline = now_s() + timeout_s;
+    int got = 0;
+    while (got < KERV_REQUEST_WIRE_MAX) {
+        if (!wait_readable(fd, deadline)) {
+            complain("no answer from the daemon within %g s", timeout_s);
+            return -1;
+        }
+        const ssize_t n = read(fd, into + got, static_cast<size_t>(KERV_REQUEST_WIRE_MAX - got));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0) {
+            complain("cannot read the daemon's reply: %s", strerror(errno));
+            return -1;
+        }
+        if (n == 0)
+            break;
+        got += static_cast<int>(n);
+    }
+    return got;
+}
+
+/* Sends one control request; prints argument 0 of the reply when one is expected. */
+int run_control(const Options &opts, u_int16_t cmd, const char *arg0, bool has_reply) {
+    kervRequest_t request;
+    memset(&request, 0, sizeof(request));
+    request.magic = KERV_REQUEST_MAGIC;
+    request.type = KERV_REQUEST_TYPE_APP;
+    request.cmd = cmd;
+    request.arg[0] = const_cast<char *>(arg0);
+    const int size = kerv_pack_request(&request);
+    if (size < 0)
+        return usage_error("%s", "the command name is too long (at most 2047 bytes)");
+
+    const int fd = kerv_connect_request();
+    if (fd < 0) {
+        complain("cannot connect to the control socket %s: %s", kerv_control_socket_path(),
+                 strerror(errno));
+        return kExitNoConnect;
+    }
+    int status = kExitOk;
+    kervRequest_t reply;
+    if (!send_all(fd, &request, static_cast<size_t>(size))) {
+        complain("cannot send the request: %s", strerror(errno));
+        status = kExitFailed;
+    } else {
+        /* Without a reply, the end of the connection says the daemon has acted. */
+        const int got = read_reply(fd, &reply, opts.timeout_s);
+        if (got < 0) {
+            status = kExitFailed;
+        } else if (has_reply) {
+            const int code = got > 0 ? kerv_unpack_request(&reply, got) : 0;
+            if (got == 0 || code != 0 || reply.arg[0] == nullptr) {
+                complain("the daemon closed the connection without a usable reply");
+                status = kExitFailed;
+            } else {
+                printf("%s\n", reply.arg[0]);
+                if (strcmp(reply.arg[0], "ERROR") == 0)
+                    status = kExitFailed;
+            }
+        }
+    }
+    close(fd);
+    return status;
+}
+
+int run_urc(const Options &opts, const char *text) {
+    const unsigned int port = port_for(opts, "KERV_URC_LISTEN_PORT", kDefaultUrcPort);
+    const size_t len = strlen(text);
+    if (len > kUrcTextMax)
+        complain("warning: the daemon passes on only the first %zu bytes of a URC", kUrcTextMax);
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const struct sockaddr_in addr = loopback(port);
+    const ssize_t sent =
+        fd < 0 ? -1
+               : sendto(fd, text, len, 0, reinterpret_cast<const struct sockaddr *>(&addr),
+                        sizeof(addr));
+    const int err = errno;
+    if (fd >= 0)
+        close(fd);
+    if (sent != static_cast<ssize_t>(len)) {
+        complain("cannot send the URC to 127.0.0.1:%u: %s", port, strerror(err));
+        return kExitNoConnect;
+    }
+    return kExitOk;
+}
+
+/* Bytes from the channel that are not yet printed: what followed the last final code. */
+struct ChannelInput {
+    char bytes[4096];
+    size_t start = 0;
+    size_t end = 0;
+};
+
+/*
+ * Prints the channel's bytes as they come until the final result code of the line just
+ * sent; what follows it stays in input for the next line.
+ */
+int print_answer(int fd, ChannelInput *input, const char *line, double timeout_s) {
+    kervctl_answer_scan_t scan;
+    kervctl_answer_reset(&scan);
+    const double deadline = now_s() + timeout_s;
+    for (;;) {
+        if (input->start == input->end) {
+            if (!wait_readable(fd, deadline)) {
+                complain("no final result code for '%s' within %g s", line, timeout_s);
+                return kExitFailed;
+            }
+            const ssize_t n = read(fd, input->bytes, sizeof(input->bytes));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0) {
+                complain("the connection ended before the final result code for '%s'%s%s", line,
+                         n < 0 ? ": " : "", n < 0 ? strerror(errno) : "");
+                return kExitFailed;
+            }
+            input->start = 0;
+            input->end = static_cast<size_t>(n);
+        }
+        size_t used = 0;
+        const kervctl_answer_e result = kervctl_answer_feed(&scan, input->bytes + input->start,
+                                                            input->end - input->start, &used);
+        fwrite(input->bytes + input->start, 1, used, stdout);
+        input->start += used;
+        if (result != KERVCTL_ANSWER_PENDING) {
+            fflush(stdout);
+            return result == KERVCTL_ANSWER_OK ? kExitOk : kExitFailed;
+        }
+    }
+}
+
+int run_at(const Options &opts) {
+    for (int i = 0; i < opts.arg_count; i++) {
+        if (opts.args[i][0] == '\0' || strpbrk(opts.args[i], "\r\n") != nullptr)
+            return usage_error("an AT line must be non-empty and without line ends: '%s'",
+                               opts.args[i]);
+    }
+    const unsigned int port = port_for(opts, "KERV_LISTEN_PORT", kDefaultListenPort);
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const struct sockaddr_in addr = loopback(port);
+    if (fd < 0 ||
+        connect(fd, reinterpret_cast<const struct sockaddr *>(&addr), sizeof(addr)) != 0) {
+        complain("cannot connect to 127.0.0.1:%u: %s", port, strerror(errno));
+        if (fd >= 0)
+            close(fd);
+        return kExitNoConnect;
+    }
+
+    static ChannelInput input;
+    int status = kExitOk;
+    for (int i = 0; i < opts.arg_count && status == kExitOk; i++) {
+        const char *line = opts.args[i];
+        if (!send_all(fd, line, strlen(line)) || !send_all(fd, "\r", 1)) {
+            complain("cannot send '%s' to 127.0.0.1:%u: %s", line, port, strerror(errno));
+            status = kExitFailed;
+            break;
+        }
+        status = print_answer(fd, &input, line, opts.timeout_s);
+    }
+    close(fd);
+    return status;
+}
+
+int run_stop(const Options &opts) {
+    return run_control(opts, KERV_REQUEST_CMD_STOP, nullptr, false);
+}
+
+int run_start(const Options &opts) {
+    return run_control(opts, KERV_REQUEST_CMD_START, nullptr, false);
+}
+
+int run_reload(const Options &opts) {
+    return run_control(opts, KERV_REQUEST_CMD_RELOAD, nullptr, true);
+}
+
+int run_hash(const Options &opts) {
+    return run_control(opts, KERV_REQUEST_CMD_GEN_HASH, opts.args[0], true);
+}
+
+int run_urc_text(const Options &opts) {
+    return run_urc(opts, opts.args[0]);
+}
+
+struct CommandRow {
+    const char *name;
+    int arg_min;
+    int arg_max;
+    bool takes_port;
+    int (*run)(const Options &opts);
+};
+
+constexpr CommandRow kCommands[] = {
+    {"stop", 0, 0, false, run_stop},     {"start", 0, 0, false, run_start},
+    {"reload", 0, 0, false, run_reload}, {"hash", 1, 1, false, run_hash},
+    {"urc", 1, 1, true, run_urc_text},   {"at", 1, INT32_MAX, true, run_at},
+};
+
+int run_command(const Options &opts) {
+    for (const CommandRow &row : kCommands) {
+        if (strcmp(row.name, opts.command) != 0)
+            continue;
+        if (opts.arg_count < row.arg_min || opts.arg_count > row.arg_max)
+            return usage_error("wrong number of arguments for '%s'", row.name);
+        if (opts.port > 0 && !row.takes_port)
+            return usage_error("--port applies to urc and at, not to '%s'", row.name);
+        return row.run(opts);
+    }
+    return usage_error("unknown command '%s'", opts.command);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    Options opts;
+    const int parsed = parse_arguments(argc, argv, &opts);
+    if (parsed >= 0)
+        return parsed;
+    return run_command(opts);
+}
