@@ -1,6 +1,7 @@
 #include "csocket.h"
 
 #include "kal_common.h"
+#include "kerv_test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +11,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
 #include <regex>
@@ -21,6 +21,12 @@
 #include <unistd.h>
 
 namespace {
+
+using kerv_test::open_fd_count;
+
+template <typename Fn> std::string warnings_of(Fn fn) {
+    return kerv_test::stdout_at_level(KAL_DBG_WARNING, fn);
+}
 
 unsigned short bound_port(int fd) {
     struct sockaddr_in addr;
@@ -47,26 +53,6 @@ struct sockaddr_in loopback_sender(void *handle) {
 bool same_endpoint(const struct sockaddr_in &a, const struct sockaddr_in &b) {
     return a.sin_family == b.sin_family && a.sin_port == b.sin_port &&
            a.sin_addr.s_addr == b.sin_addr.s_addr;
-}
-
-int open_fd_count() {
-    int count = 0;
-    DIR *dir = opendir("/proc/self/fd");
-    while (readdir(dir) != nullptr)
-        count++;
-    closedir(dir);
-    return count;
-}
-
-/* Runs fn with warnings enabled and returns what it printed. */
-template <typename Fn> std::string warnings_of(Fn fn) {
-    const kal_uint32 saved = g_dbg_print;
-    g_dbg_print = KAL_DBG_WARNING;
-    testing::internal::CaptureStdout();
-    fn();
-    fflush(stdout);
-    g_dbg_print = saved;
-    return testing::internal::GetCapturedStdout();
 }
 
 /* A UDP client handle aimed at a listening handle's port on loopback. */

@@ -1,4 +1,5 @@
 #include "kal_common.h"
+#include "kerv_test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -8,16 +9,7 @@
 
 namespace {
 
-/* Runs fn at debug level dbg and returns what it printed on standard output. */
-template <typename Fn> std::string output_at(kal_uint32 dbg, Fn fn) {
-    const kal_uint32 saved = g_dbg_print;
-    g_dbg_print = dbg;
-    testing::internal::CaptureStdout();
-    fn();
-    fflush(stdout);
-    g_dbg_print = saved;
-    return testing::internal::GetCapturedStdout();
-}
+using kerv_test::stdout_at_level;
 
 TEST(Kal, InitNamesTheEnabledLevels) {
     const char *lines[] = {
@@ -32,11 +24,11 @@ TEST(Kal, InitNamesTheEnabledLevels) {
     };
     for (unsigned int dbg = 0; dbg < 8; dbg++) {
         unsigned int stored = 99;
-        EXPECT_EQ(output_at(0,
-                            [&] {
-                                kal_init(dbg);
-                                stored = g_dbg_print;
-                            }),
+        EXPECT_EQ(stdout_at_level(0,
+                                  [&] {
+                                      kal_init(dbg);
+                                      stored = g_dbg_print;
+                                  }),
                   lines[dbg])
             << dbg;
         EXPECT_EQ(stored, dbg);
@@ -51,35 +43,37 @@ void warn_about_null_kerv() {
 }
 
 TEST(Kal, MessageFormsHaveExactBytes) {
-    EXPECT_EQ(
-        output_at(4, [] { kal_print_gated(KAL_DBG_DBG, "kerv_srv_thread", 42, "size=[%d]", 7); }),
-        "[KERV] <kerv_srv_thread:42>size=[7]\r\n");
-    const std::string warned = output_at(1, warn_about_null_kerv);
+    EXPECT_EQ(stdout_at_level(
+                  4, [] { kal_print_gated(KAL_DBG_DBG, "kerv_srv_thread", 42, "size=[%d]", 7); }),
+              "[KERV] <kerv_srv_thread:42>size=[7]\r\n");
+    const std::string warned = stdout_at_level(1, warn_about_null_kerv);
     EXPECT_EQ(warned,
               "[KERV] <warn_about_null_kerv:" + std::to_string(g_warn_line) + ">kerv is NULL\r\n");
-    EXPECT_EQ(output_at(5, [] { KERV_TAG(KAL_DBG_FUNCTION, "GET_CTRL_BUFFER"); }),
+    EXPECT_EQ(stdout_at_level(5, [] { KERV_TAG(KAL_DBG_FUNCTION, "GET_CTRL_BUFFER"); }),
               "[KERV] <GET_CTRL_BUFFER>\r\n");
-    EXPECT_EQ(output_at(0, [] { KERV_PRINT("Can't bind on %s : %s !!", "/tmp/k", "x"); }),
+    EXPECT_EQ(stdout_at_level(0, [] { KERV_PRINT("Can't bind on %s : %s !!", "/tmp/k", "x"); }),
               "Can't bind on /tmp/k : x !!\n");
 }
 
 TEST(Kal, MessagesPrintOnlyAtOrAboveTheirLevel) {
     for (kal_uint32 dbg = 0; dbg <= 7; dbg++) {
         for (kal_uint32 level = KAL_DBG_WARNING; level <= KAL_DBG_FUNCTION; level++) {
-            const std::string gated = output_at(dbg, [&] { kal_print_gated(level, "f", 1, "m"); });
-            const std::string tag = output_at(dbg, [&] { kal_print_tag(level, "T"); });
+            const std::string gated =
+                stdout_at_level(dbg, [&] { kal_print_gated(level, "f", 1, "m"); });
+            const std::string tag = stdout_at_level(dbg, [&] { kal_print_tag(level, "T"); });
             EXPECT_EQ(gated, dbg >= level ? "[KERV] <f:1>m\r\n" : "") << dbg << "/" << level;
             EXPECT_EQ(tag, dbg >= level ? "[KERV] <T>\r\n" : "") << dbg << "/" << level;
         }
     }
-    EXPECT_EQ(output_at(0xFFFFFFFFu, [] { KERV_FUNC("deep"); }).empty(), false)
+    EXPECT_EQ(stdout_at_level(0xFFFFFFFFu, [] { KERV_FUNC("deep"); }).empty(), false)
         << "levels compare unsigned";
 }
 
 TEST(Kal, ControlBuffersAreZeroedAndTracedAtFunctionLevel) {
     unsigned char *block = nullptr;
-    EXPECT_EQ(output_at(5, [&] { block = static_cast<unsigned char *>(get_ctrl_buffer(333)); }),
-              "[KERV] <GET_CTRL_BUFFER>\r\n");
+    EXPECT_EQ(
+        stdout_at_level(5, [&] { block = static_cast<unsigned char *>(get_ctrl_buffer(333)); }),
+        "[KERV] <GET_CTRL_BUFFER>\r\n");
     ASSERT_NE(block, nullptr);
     memset(block, 0xFF, 333);
     free_ctrl_buffer(block);
@@ -87,9 +81,10 @@ TEST(Kal, ControlBuffersAreZeroedAndTracedAtFunctionLevel) {
     ASSERT_NE(block, nullptr);
     for (int i = 0; i < 333; i++)
         ASSERT_EQ(block[i], 0) << i;
-    EXPECT_EQ(output_at(4, [&] { free_ctrl_buffer(block); }), "");
-    EXPECT_EQ(output_at(5, [] { free_ctrl_buffer(nullptr); }), "[KERV] <FREE_CTRL_BUFFER>\r\n");
-    EXPECT_EQ(output_at(0, [] { free_ctrl_buffer(get_ctrl_buffer(8)); }), "");
+    EXPECT_EQ(stdout_at_level(4, [&] { free_ctrl_buffer(block); }), "");
+    EXPECT_EQ(stdout_at_level(5, [] { free_ctrl_buffer(nullptr); }),
+              "[KERV] <FREE_CTRL_BUFFER>\r\n");
+    EXPECT_EQ(stdout_at_level(0, [] { free_ctrl_buffer(get_ctrl_buffer(8)); }), "");
 }
 
 TEST(Kal, MemoryAndFormatHelpers) {

@@ -1,10 +1,11 @@
 #include "request.h"
 
+#include "kerv_test_support.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <random>
 #include <string>
@@ -13,6 +14,8 @@
 #include <vector>
 
 namespace {
+
+using kerv_test::open_fd_count;
 
 kervRequest_t make_request(u_int16_t type = KERV_REQUEST_TYPE_APP,
                            u_int16_t cmd = KERV_REQUEST_CMD_GEN_HASH) {
@@ -45,15 +48,6 @@ std::vector<unsigned char> header_bytes(u_int16_t type, u_int16_t cmd, int statu
     req.status = status;
     memset(req.arg_slot, 0, sizeof(req.arg_slot));
     return wire_of(req, KERV_REQUEST_HEADER_SIZE);
-}
-
-int open_fd_count() {
-    int count = 0;
-    DIR *dir = opendir("/proc/self/fd");
-    while (readdir(dir) != nullptr)
-        count++;
-    closedir(dir);
-    return count;
 }
 
 TEST(RequestPack, EmptyAndSingleArgumentRecordsHaveExactWireBytes) {
@@ -310,18 +304,8 @@ TEST(RequestUnpack, RandomBytesNeverEscapeTheReceivedMessage) {
 
 class ControlSocket : public testing::Test {
   protected:
-    void SetUp() override {
-        char dir_template[] = "/tmp/kerv-request-XXXXXX";
-        ASSERT_NE(mkdtemp(dir_template), nullptr);
-        dir = dir_template;
-        path = dir + "/control.socket";
-        setenv(KERV_CONTROL_SOCKET_ENV, path.c_str(), 1);
-    }
-    void TearDown() override {
-        unsetenv(KERV_CONTROL_SOCKET_ENV);
-        unlink(path.c_str());
-        rmdir(dir.c_str());
-    }
+    void SetUp() override { setenv(KERV_CONTROL_SOCKET_ENV, path.c_str(), 1); }
+    void TearDown() override { unsetenv(KERV_CONTROL_SOCKET_ENV); }
     int listen_on_path() {
         struct sockaddr_un addr;
         const socklen_t len = kerv_control_socket_addr(&addr);
@@ -331,7 +315,8 @@ class ControlSocket : public testing::Test {
         EXPECT_EQ(listen(fd, 5), 0);
         return fd;
     }
-    std::string dir, path;
+    kerv_test::TempDir dir;
+    std::string path = dir.path + "/control.socket";
 };
 
 TEST_F(ControlSocket, PathComesFromEnvironmentElseDefault) {

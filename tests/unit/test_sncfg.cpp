@@ -1,5 +1,7 @@
 #include "sncfg.h"
 
+#include "kerv_test_support.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -11,25 +13,16 @@ namespace {
 
 class Store : public testing::Test {
   protected:
-    void SetUp() override {
-        char dir_template[] = "/tmp/kerv-store-XXXXXX";
-        ASSERT_NE(mkdtemp(dir_template), nullptr);
-        dir = dir_template;
-        path = dir + "/sncfg.conf";
-        setenv("SNCFG_FILE", path.c_str(), 1);
-    }
-    void TearDown() override {
-        unsetenv("SNCFG_FILE");
-        unlink(path.c_str());
-        rmdir(dir.c_str());
-    }
+    void SetUp() override { setenv("SNCFG_FILE", path.c_str(), 1); }
+    void TearDown() override { unsetenv("SNCFG_FILE"); }
     void write_store(const std::string &text) {
         FILE *file = fopen(path.c_str(), "w");
         ASSERT_NE(file, nullptr);
         fwrite(text.data(), 1, text.size(), file);
         fclose(file);
     }
-    std::string dir, path;
+    kerv_test::TempDir dir;
+    std::string path = dir.path + "/sncfg.conf";
 };
 
 struct Lookup {
@@ -87,7 +80,7 @@ TEST_F(Store, FileFormatRules) {
 TEST_F(Store, UnreadableStoreFailsEveryKeyAndEditsAreSeenAtOnce) {
     char *value = nullptr;
     EXPECT_LT(sncfg_get("KERV_DEBUG", &value), 0) << "no file yet";
-    setenv("SNCFG_FILE", dir.c_str(), 1);
+    setenv("SNCFG_FILE", dir.path.c_str(), 1);
     EXPECT_LT(sncfg_get("KERV_DEBUG", &value), 0) << "a directory";
     setenv("SNCFG_FILE", path.c_str(), 1);
 

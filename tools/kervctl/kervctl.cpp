@@ -78,6 +78,7 @@ struct Options {
 
 void complain(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 void complain(const char *fmt, ...) {
+    fflush(stdout); /* what was printed so far comes before the complaint */
     va_list args;
     va_start(args, fmt);
     fputs("kervctl: ", stderr);
