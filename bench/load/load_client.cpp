@@ -12,7 +12,7 @@
  *   kerv-load-client --report FILE     p50/p99 over every sample stored in FILE
  *   kerv-load-client --pick-port tcp|udp    prints a loopback port that is free now
  */
-#include "answer_scan.h"
+#include "answer_count.h"
 #include "latency.h"
 
 #include <arpa/inet.h>
@@ -115,8 +115,8 @@ static int run_case(const load_options_t *opt) {
     char line_cr[MAX_LINE + 2];
     size_t line_len = (size_t)snprintf(line_cr, sizeof(line_cr), "%s\r", opt->line);
     flight_ring_t ring = {};
-    answer_scan_t scan;
-    answer_scan_reset(&scan);
+    kervctl_answer_scan_t scan;
+    kervctl_answer_reset(&scan);
     std::vector<uint32_t> recorded;
     recorded.reserve(1 << 18);
     int errors = 0;
@@ -138,7 +138,7 @@ static int run_case(const load_options_t *opt) {
             return 1;
         }
         uint64_t arrived = now_ns();
-        answer_count_t count = answer_scan_feed(&scan, bytes, (size_t)got);
+        answer_count_t count = answer_count_feed(&scan, bytes, (size_t)got);
         if (count.answers > ring.count) {
             fprintf(stderr, "load client: %d answers for %d lines in flight\n", count.answers,
                     ring.count);

@@ -1,4 +1,4 @@
-#include "answer_scan.h"
+#include "answer_count.h"
 #include "bare_relay.h"
 #include "latency.h"
 #include "line_server.h"
@@ -38,25 +38,26 @@ const answer_case_t answer_cases[] = {
     {"\r\nOK-but-a-much-longer-line-than-the-head\r\n", 0, 0},
 };
 
-TEST(AnswerScan, CountsFinalResultCodesHoweverTheStreamIsCut) {
+TEST(AnswerCount, CountsFinalResultCodesHoweverTheStreamIsCut) {
     for (const answer_case_t &c : answer_cases) {
         size_t len = strlen(c.stream);
         for (size_t cut = 0; cut <= len; cut++) {
-            answer_scan_t scan;
-            answer_scan_reset(&scan);
-            answer_count_t first = answer_scan_feed(&scan, c.stream, cut);
-            answer_count_t second = answer_scan_feed(&scan, c.stream + cut, len - cut);
+            kervctl_answer_scan_t scan;
+            kervctl_answer_reset(&scan);
+            answer_count_t first = answer_count_feed(&scan, c.stream, cut);
+            answer_count_t second = answer_count_feed(&scan, c.stream + cut, len - cut);
             EXPECT_EQ(first.answers + second.answers, c.answers) << c.stream << " cut " << cut;
             EXPECT_EQ(first.errors + second.errors, c.errors) << c.stream << " cut " << cut;
         }
     }
 }
 
-TEST(AnswerScan, AnswerEndsOnlyWhenItsLineFeedArrives) {
-    answer_scan_t scan;
-    answer_scan_reset(&scan);
-    EXPECT_EQ(answer_scan_feed(&scan, "ATE1\r\r\nOK\r", 10).answers, 0);
-    EXPECT_EQ(answer_scan_feed(&scan, "\n", 1).answers, 1);
+TEST(AnswerCount, AnswerEndsOnlyWithItsResultLine) {
+    kervctl_answer_scan_t scan;
+    kervctl_answer_reset(&scan);
+    EXPECT_EQ(answer_count_feed(&scan, "ATE1\r\r\nOK", 9).answers, 0);
+    EXPECT_EQ(answer_count_feed(&scan, "\r", 1).answers, 1);
+    EXPECT_EQ(answer_count_feed(&scan, "\n", 1).answers, 0);
 }
 
 std::vector<std::string> framed_lines;
