@@ -156,6 +156,18 @@ static kal_bool tell_modem_daemon(kal_uint32 cid, const pdp_context_t *parsed) {
     return KAL_FALSE;
 }
 
+/*
+ * Hosts often repeat a definition (a script run at every connection): one that leaves the
+ * context as it is, or removes a context that was never defined, needs nobody's consent.
+ */
+static kal_bool changes_anything(const pdp_context_t *now, const pdp_context_t *parsed) {
+    if (!now->defined || !parsed->defined)
+        return now->defined != parsed->defined ? KAL_TRUE : KAL_FALSE;
+    return strcmp(now->pdp_type, parsed->pdp_type) != 0 || strcmp(now->apn, parsed->apn) != 0
+               ? KAL_TRUE
+               : KAL_FALSE;
+}
+
 static kal_bool cgdcont_set(rmmi_string_struct *cmd, char *out, int *out_len) {
     kal_uint32 cid = 0;
     pdp_context_t parsed;
@@ -163,9 +175,9 @@ static kal_bool cgdcont_set(rmmi_string_struct *cmd, char *out, int *out_len) {
         KERV_DBG("+cgdcont: bad parameters [%s]", (const char *)cmd->string_ptr);
         return answer(out, out_len, ERROR_TEXT, KAL_FALSE);
     }
-    /* Removing a context that was never defined needs nobody's consent. */
-    const kal_bool changes_modem = parsed.defined || contexts[cid].defined;
-    if (changes_modem && !tell_modem_daemon(cid, &parsed))
+    if (!changes_anything(&contexts[cid], &parsed))
+        return answer(out, out_len, OK_TEXT, KAL_TRUE);
+    if (!tell_modem_daemon(cid, &parsed))
         return answer(out, out_len, ERROR_TEXT, KAL_FALSE);
     contexts[cid] = parsed;
     KERV_INFO("+cgdcont: context %u %s", cid, parsed.defined ? parsed.apn : "removed");

@@ -171,10 +171,20 @@ TEST(CgdcontPlugin, ModemDaemonMustConfirmEveryChange) {
         EXPECT_EQ(modemd.request_field(12), static_cast<kal_uint32>(MODEM_REQ_DELETE_APN));
         EXPECT_EQ(modemd.request_text(), "5");
     }
-    FakeModemd untouched;
-    EXPECT_EQ(set_with(untouched, response_datagram(MODEM_RET_OK, 0, ""), "5").result, KAL_TRUE);
-    EXPECT_TRUE(untouched.request.empty());
+    for (const char *unchanged : {"5", "6"}) {
+        FakeModemd untouched;
+        EXPECT_EQ(set_with(untouched, response_datagram(MODEM_RET_OK, 0, ""), unchanged).result,
+                  KAL_TRUE);
+        EXPECT_TRUE(untouched.request.empty());
+    }
     EXPECT_EQ(read_contexts(), "\r\nOK\r\n");
+    ASSERT_EQ(set("7,\"IP\",\"same\"").result, KAL_TRUE);
+    FakeModemd repeated;
+    EXPECT_EQ(set_with(repeated, response_datagram(MODEM_RET_CGDCONT_ERROR, 0, ""),
+                       "7,\"ip\",\"same\",,0,0")
+                  .result,
+              KAL_TRUE);
+    EXPECT_TRUE(repeated.request.empty());
 }
 
 TEST(CgdcontPlugin, TestActiveAndWrongModes) {
