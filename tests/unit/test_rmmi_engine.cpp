@@ -202,12 +202,12 @@ TEST_F(Engine, ModemRequestsCarryTargetTokenAndTheCommandCutTo510) {
 TEST_F(Engine, ModemFailuresAnswerErrorAndAnswersPassUnchanged) {
     modemd.answer(ModemReply::short27);
     EXPECT_EQ(run("AT+CSQ"), "AT+CSQ\r" + kError);
-    modemd.answer(ModemReply::empty);
+    modemd.answer(ModemReply::text, "");
     EXPECT_EQ(run("AT+CSQ"), "AT+CSQ\r" + kError);
     modemd.answer(ModemReply::text, "\r\n+CME ERROR: 10\r\n", 14);
     EXPECT_EQ(run("AT+CSQ"), "AT+CSQ\r\r\n+CME ERROR: 10\r\n") << "text wins over result";
     expect_line_flags_clear();
-    modemd.answer(ModemReply::empty);
+    modemd.answer(ModemReply::text, "");
     EXPECT_EQ(run("ATE0;+CSQ;E1"), kOk + kError + "E1\r" + kOk + kError);
 }
 
@@ -219,8 +219,7 @@ TEST_F(Engine, OversizedAndLyingModemAnswersStayWithinTheResponse) {
     EXPECT_LE(big.size(), 1007u);
     EXPECT_EQ(big.find_first_not_of('r'), std::string::npos);
     for (uint32_t claimed : {1u, 1419u, 5000u, 0xFFFFFFFFu}) {
-        modemd.answer(ModemReply::text, kOk);
-        modemd.claim_data_len(claimed);
+        modemd.answer(ModemReply::text, kOk, 0, claimed);
         const std::string answer = run("AT+CSQ");
         EXPECT_LE(answer.size(), 1007u) << claimed;
         const size_t common = std::min(answer.size(), kOk.size());
