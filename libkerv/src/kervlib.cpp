@@ -148,7 +148,7 @@ kal_bool get_validator(char *name, rmmi_validator_t **data) {
         return KAL_FALSE;
     }
     KERV_DBG(" search at name=[%s]", name_or_null(name));
-    if (name == nullptr)
+    if (name == nullptr || data == nullptr)
         return KAL_FALSE;
     ENTRY item{name, nullptr};
     ENTRY *found = nullptr;

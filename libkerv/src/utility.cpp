@@ -4,6 +4,7 @@
 #include "rmmi_common.h"
 
 #include <atomic>
+#include <cassert>
 #include <cstdio>
 #include <cstring>
 
@@ -40,9 +41,24 @@ void copy_answer(const Modem_Response_t *resp, char *out, kal_uint32 out_size) {
     out[keep] = '\0';
 }
 
+/*
+ * The modem's text decides: an answer that carries text is passed on whatever its result
+ * code (the text already tells the host what went wrong); one without text is a failure.
+ */
+kal_uint32 take_answer(const Modem_Response_t *resp, char *out, kal_uint32 *length) {
+    if (resp->data_len == 0) {
+        modemd_status_text(out, *length, MODEMD_RESULT_ERROR, static_cast<kal_int32>(resp->result));
+        return NO_NW_SERVICE;
+    }
+    copy_answer(resp, out, *length);
+    *length = resp->data_len + 1;
+    return RMMI_NO_ERR;
+}
+
 } // namespace
 
 kal_uint32 send_cmd_to_md(kal_uint32 target, kal_uint8 *in, char *out, kal_uint32 *length) {
+    assert((in != nullptr) && (out != nullptr) && (length != nullptr));
     kal_uint32 result = RMMI_NO_ERR;
     Modem_Request_t req;
     Modem_Response_t resp;
@@ -76,14 +92,7 @@ kal_uint32 send_cmd_to_md(kal_uint32 target, kal_uint8 *in, char *out, kal_uint3
     case MODEMD_ANSWERED:
         KERV_INFO(" resp_id = %d, token = %d, target = %d, result = %d, len = %d", resp.response_id,
                   resp.token, resp.target, resp.result, resp.data_len);
-        if (resp.data_len != 0) {
-            copy_answer(&resp, out, *length);
-            *length = resp.data_len + 1;
-        } else {
-            modemd_status_text(out, *length, MODEMD_RESULT_ERROR,
-                               static_cast<kal_int32>(resp.result));
-            result = NO_NW_SERVICE;
-        }
+        result = take_answer(&resp, out, length);
         break;
     default:
         break;
