@@ -1,5 +1,7 @@
 #include "harness.h"
 
+#include <gtest/gtest.h>
+
 #include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
@@ -54,15 +56,19 @@ void become_subreaper() {
     (void)done;
 }
 
-bool reaped_within(pid_t pid, std::chrono::milliseconds limit) {
+/* Waits for pid to end; its wait status, or -1 when it did not end within limit. */
+int reaped_within(pid_t pid, std::chrono::milliseconds limit) {
     const auto deadline = Clock::now() + limit;
     while (Clock::now() < deadline) {
-        const pid_t got = waitpid(pid, nullptr, WNOHANG);
-        if (got == pid || (got < 0 && errno == ECHILD))
-            return true;
+        int status = 0;
+        const pid_t got = waitpid(pid, &status, WNOHANG);
+        if (got == pid)
+            return status;
+        if (got < 0)
+            return 0;
         std::this_thread::sleep_for(10ms);
     }
-    return false;
+    return -1;
 }
 
 } // namespace
@@ -181,7 +187,7 @@ Daemon::Daemon(TempDir &dir, FakeModem &modem, DaemonOptions options)
       urc_port_(free_port(SOCK_DGRAM)),
       socket_path_(options_.socket_path.empty() ? dir.file("kerv.socket") : options_.socket_path),
       pid_path_(dir.file("kerv.pid")), output_path_(dir.file("kervd.out")),
-      modem_port_(modem.port()) {
+      errors_path_(dir.file("kervd.err")), modem_port_(modem.port()) {
     become_subreaper();
     auto &store = options_.store;
     store.try_emplace("KERV_LISTEN_PORT", std::to_string(tcp_port_));
@@ -226,9 +232,11 @@ bool Daemon::start() {
     envp.push_back(nullptr);
 
     const int out = open(output_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int errors = open(errors_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     const pid_t launcher = fork();
     if (launcher == 0) {
         dup2(out, STDOUT_FILENO);
+        dup2(errors, STDERR_FILENO);
         const int devnull = open("/dev/null", O_RDONLY);
         dup2(devnull, STDIN_FILENO);
         char *argv[] = {const_cast<char *>(KERV_TEST_KERVD_PATH), nullptr};
@@ -236,6 +244,7 @@ bool Daemon::start() {
         _exit(127);
     }
     close(out);
+    close(errors);
     int status = -1;
     waitpid(launcher, &status, 0);
     launcher_status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -262,11 +271,16 @@ void Daemon::stop() {
     if (pid_ <= 0)
         return;
     kill(pid_, SIGTERM);
-    if (!reaped_within(pid_, 5s)) {
+    int status = reaped_within(pid_, 5s);
+    if (status == -1) {
         kill(pid_, SIGKILL);
-        reaped_within(pid_, 5s);
+        status = reaped_within(pid_, 5s);
     }
     pid_ = -1;
+    /* Anything but our SIGTERM (a crash, a sanitizer's abort) is a failure of the test. */
+    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGTERM)
+        ADD_FAILURE() << "kervd ended with status " << status << "\n"
+                      << read_file(errors_path_) << output();
 }
 
 bool Daemon::alive() const {

@@ -110,6 +110,7 @@ class Daemon {
     std::string socket_path_;
     std::string pid_path_;
     std::string output_path_;
+    std::string errors_path_; /* standard error: only sanitizer reports go there */
     pid_t pid_ = -1;
     int launcher_status_ = -1;
     unsigned int modem_port_;
