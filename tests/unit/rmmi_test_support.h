@@ -1,7 +1,6 @@
 /*
- * Test support for the AT engine: a host connection (one end of a socketpair the engine
- * writes to) and a stand-in modem daemon on a loopback UDP port that records every request
- * datagram and answers as the test tells it.
+ * Test support for the AT engine: the engine as the daemon sets it up, writing to a host
+ * connection (one end of a socketpair) whose other end the test reads.
  */
 #ifndef RMMI_TEST_SUPPORT_H
 #define RMMI_TEST_SUPPORT_H
@@ -11,127 +10,14 @@
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <poll.h>
+#include "recording_modemd.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <mutex>
 #include <string>
-#include <thread>
-#include <vector>
 
 namespace rmmi_test {
-
-/* A request datagram as the modem daemon receives it: five 32-bit fields, then data. */
-struct ModemRequest {
-    uint32_t magic, token, target, request_id, data_len;
-    std::string data;
-    size_t datagram_size;
-};
-
-enum class ModemReply {
-    text,    /* a well-formed answer carrying the text */
-    short27, /* a 27-byte datagram: not an answer */
-    silent   /* no answer at all */
-};
-
-/* The stand-in modem daemon; its port is published in KERVD_MODEMD_PORT while it lives. */
-class FakeModemd {
-  public:
-    FakeModemd() {
-        fd_ = socket(AF_INET, SOCK_DGRAM, 0);
-        sockaddr_in addr = {};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof(addr);
-        bind(fd_, reinterpret_cast<sockaddr *>(&addr), sizeof(addr));
-        getsockname(fd_, reinterpret_cast<sockaddr *>(&addr), &len);
-        setenv("KERVD_MODEMD_PORT", std::to_string(ntohs(addr.sin_port)).c_str(), 1);
-        thread_ = std::thread([this] { serve(); });
-    }
-    ~FakeModemd() {
-        stop_ = true;
-        thread_.join();
-        close(fd_);
-    }
-
-    /* How the next requests are answered; data_len is the text's length unless given. */
-    void answer(ModemReply reply, const std::string &text = "\r\nOK\r\n", uint32_t result = 0,
-                int64_t data_len = -1) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        reply_ = reply;
-        text_ = text;
-        result_ = result;
-        data_len_ = data_len;
-    }
-    std::vector<ModemRequest> take_requests() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return std::move(requests_);
-    }
-
-  private:
-    void serve() {
-        while (!stop_) {
-            pollfd pfd = {fd_, POLLIN, 0};
-            uint8_t buf[2048];
-            sockaddr_in peer = {};
-            socklen_t peer_len = sizeof(peer);
-            if (poll(&pfd, 1, 20) <= 0)
-                continue;
-            const ssize_t n =
-                recvfrom(fd_, buf, sizeof(buf), 0, reinterpret_cast<sockaddr *>(&peer), &peer_len);
-            if (n < 20)
-                continue;
-            const std::vector<uint8_t> reply = record(buf, static_cast<size_t>(n));
-            if (!reply.empty())
-                sendto(fd_, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr *>(&peer),
-                       peer_len);
-        }
-    }
-
-    /* Keeps the request and builds its answer (empty: none is sent). */
-    std::vector<uint8_t> record(const uint8_t *buf, size_t n) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        uint32_t fields[5];
-        memcpy(fields, buf, sizeof(fields));
-        const ModemRequest request = {
-            fields[0], fields[1], fields[2],
-            fields[3], fields[4], std::string(reinterpret_cast<const char *>(buf) + 20, n - 20),
-            n};
-        requests_.push_back(request);
-        if (reply_ != ModemReply::text)
-            return std::vector<uint8_t>(reply_ == ModemReply::short27 ? 27 : 0, 0);
-        const uint32_t header[7] = {0x5498ACDE,
-                                    request.token,
-                                    request.target,
-                                    0,
-                                    result_,
-                                    request.request_id,
-                                    data_len_ < 0 ? static_cast<uint32_t>(text_.size())
-                                                  : static_cast<uint32_t>(data_len_)};
-        std::vector<uint8_t> reply(sizeof(header) + text_.size());
-        memcpy(reply.data(), header, sizeof(header));
-        memcpy(reply.data() + sizeof(header), text_.data(), text_.size());
-        return reply;
-    }
-
-    int fd_ = -1;
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
-    std::mutex mutex_;
-    std::vector<ModemRequest> requests_;
-    ModemReply reply_ = ModemReply::text;
-    std::string text_ = "\r\nOK\r\n";
-    uint32_t result_ = 0;
-    int64_t data_len_ = -1;
-};
 
 /*
  * The engine as the daemon sets it up (verbose codes, 2G/3G modem, echo on), writing to

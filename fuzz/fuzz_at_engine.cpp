@@ -1,0 +1,74 @@
+/*
+ * Any bytes as one command line through the AT engine: answers go to /dev/null, a stand-in
+ * modem daemon answers every relayed command, and every name is also hashed the way the
+ * GEN_HASH request does. Whatever the line, nothing may be read or written outside a
+ * buffer and no line flag may be left set for the next line.
+ */
+#include "rmmi_init.h"
+#include "rmmi_msghdlr.h"
+
+#include "recording_modemd.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+
+namespace {
+
+int null_fd = -1;
+rmmi_test::FakeModemd *modemd = nullptr;
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    null_fd = open("/dev/null", O_WRONLY);
+    rmmi_init();
+    rmmi_read_custom_default_setting(RMMI_PROCESS_CMD_FROM_SOCKET_PORT, RMMI_MODEMD_23G,
+                                     RMMI_VERBOSE_FULL_HEAD_TAIL);
+    modemd = new rmmi_test::FakeModemd; /* lives as long as the process */
+    /* The number reader of ATE/ATV always prints; keep it out of the fuzzer's output. */
+    if (freopen("/dev/null", "w", stdout) == nullptr)
+        return 1;
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    const std::string line(reinterpret_cast<const char *>(data), size);
+    rmmi_process_multi_cmd(null_fd, line.c_str());
+    const rmmi_context_struct *context = rmmi_get_context_ptr();
+    if ((context->is_multi_cmd & 1u) != 0 || (context->multi_cmd_error & 1u) != 0)
+        abort();
+    modemd->take_requests();
+    kal_uint32 h1 = 0, h2 = 0;
+    rmmi_custom_compute_at_cmd(line.c_str(), &h1, &h2);
+    char answer[64];
+    rmmi_process_calcuate_cmd(-1, line.c_str(), answer, sizeof(answer) - 1);
+    return 0;
+}
+
+#ifndef KERV_LIBFUZZER
+/* Replays every file of the corpus folder once; fails on the first broken invariant. */
+int main(int argc, char **argv) {
+    if (argc != 2 || LLVMFuzzerInitialize(&argc, &argv) != 0)
+        return 2;
+    DIR *corpus = opendir(argv[1]);
+    if (corpus == nullptr)
+        return 2;
+    int replayed = 0;
+    while (const dirent *entry = readdir(corpus)) {
+        if (entry->d_name[0] == '.')
+            continue;
+        std::ifstream file(std::string(argv[1]) + "/" + entry->d_name, std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(file)),
+                                std::istreambuf_iterator<char>());
+        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
+        ++replayed;
+    }
+    closedir(corpus);
+    fprintf(stderr, "replayed %d inputs\n", replayed);
+    return replayed > 0 ? 0 : 1;
+}
+#endif
