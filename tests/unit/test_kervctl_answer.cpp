@@ -63,4 +63,17 @@ TEST(KervctlAnswer, AnswerSplitAcrossReadsIsRecognisedAtEveryCut) {
     }
 }
 
+TEST(KervctlAnswer, CommandCountFollowsSeparatorsOutsideQuotes) {
+    const struct {
+        const char *line;
+        int count;
+    } cases[] = {
+        {"AT+CSQ", 1},           {"AT+CSQ;+CREG?", 2},
+        {"ATE0;V1;+CSQ", 3},     {"AT+CMGS=\"a;b\";+CSQ", 2},
+        {"AT+X=\"unclosed;", 1}, {"AT;", 2},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(kervctl_line_command_count(c.line), c.count) << c.line;
+}
+
 } // namespace

@@ -8,6 +8,7 @@
 #include "sncfg.h"
 
 #include <arpa/inet.h>
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdarg>
@@ -32,6 +33,8 @@ constexpr unsigned int kDefaultListenPort = 5556;
 constexpr unsigned int kDefaultUrcPort = 12394;
 /* The daemon keeps at most this much of one URC datagram. */
 constexpr size_t kUrcTextMax = 1023;
+/* How long a multi-command answer may pause after a final code before it counts as done. */
+constexpr double kSettle_s = 0.3;
 constexpr double kTimeoutMax = 2000000.0; /* keeps the wait within poll's int milliseconds */
 
 constexpr const char kUsage[] =
@@ -322,40 +325,69 @@ struct ChannelInput {
 };
 
 /*
+ * Makes unread bytes available in input, waiting until wait_until. 1 when there are some,
+ * 0 on time-out, -1 when the connection ended or failed (errno set, or 0 for its end).
+ */
+int fill_input(int fd, ChannelInput *input, double wait_until) {
+    while (input->start == input->end) {
+        if (!wait_readable(fd, wait_until))
+            return 0;
+        const ssize_t n = read(fd, input->bytes, sizeof(input->bytes));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = 0;
+            return -1;
+        }
+        input->start = 0;
+        input->end = static_cast<size_t>(n);
+    }
+    return 1;
+}
+
+/*
  * Prints the channel's bytes as they come until the final result code of the line just
- * sent; what follows it stays in input for the next line.
+ * sent; what follows it stays in input for the next line. A line of several commands may
+ * carry one final code per command (a relayed command brings the modem's own), so until
+ * it has that many, each final code is followed by a short wait for more of the answer.
+ * The answer failed when any of its final codes did.
  */
 int print_answer(int fd, ChannelInput *input, const char *line, double timeout_s) {
     kervctl_answer_scan_t scan;
     kervctl_answer_reset(&scan);
+    const int commands = kervctl_line_command_count(line);
     const double deadline = now_s() + timeout_s;
-    for (;;) {
-        if (input->start == input->end) {
-            if (!wait_readable(fd, deadline)) {
-                complain("no final result code for '%s' within %g s", line, timeout_s);
-                return kExitFailed;
-            }
-            const ssize_t n = read(fd, input->bytes, sizeof(input->bytes));
-            if (n < 0 && errno == EINTR)
-                continue;
-            if (n <= 0) {
-                complain("the connection ended before the final result code for '%s'%s%s", line,
-                         n < 0 ? ": " : "", n < 0 ? strerror(errno) : "");
-                return kExitFailed;
-            }
-            input->start = 0;
-            input->end = static_cast<size_t>(n);
+    kervctl_answer_e outcome = KERVCTL_ANSWER_PENDING;
+    for (int finals = 0; finals < commands;) {
+        const bool settling = outcome != KERVCTL_ANSWER_PENDING;
+        const int filled =
+            fill_input(fd, input, settling ? std::min(deadline, now_s() + kSettle_s) : deadline);
+        if (filled <= 0 && settling)
+            break;
+        if (filled == 0) {
+            complain("no final result code for '%s' within %g s", line, timeout_s);
+            return kExitFailed;
+        }
+        if (filled < 0) {
+            complain("the connection ended before the final result code for '%s'%s%s", line,
+                     errno != 0 ? ": " : "", errno != 0 ? strerror(errno) : "");
+            return kExitFailed;
         }
         size_t used = 0;
         const kervctl_answer_e result = kervctl_answer_feed(&scan, input->bytes + input->start,
                                                             input->end - input->start, &used);
         fwrite(input->bytes + input->start, 1, used, stdout);
         input->start += used;
-        if (result != KERVCTL_ANSWER_PENDING) {
-            fflush(stdout);
-            return result == KERVCTL_ANSWER_OK ? kExitOk : kExitFailed;
-        }
+        if (result == KERVCTL_ANSWER_PENDING)
+            continue;
+        finals++;
+        if (outcome != KERVCTL_ANSWER_FAILED)
+            outcome = result;
+        kervctl_answer_reset(&scan);
     }
+    fflush(stdout);
+    return outcome == KERVCTL_ANSWER_OK ? kExitOk : kExitFailed;
 }
 
 int run_at(const Options &opts) {

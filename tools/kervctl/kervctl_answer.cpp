@@ -79,4 +79,16 @@ kervctl_answer_e kervctl_answer_feed(kervctl_answer_scan_t *scan, const char *by
     return KERVCTL_ANSWER_PENDING;
 }
 
+int kervctl_line_command_count(const char *line) {
+    int count = 1;
+    bool quoted = false;
+    for (const char *p = line; *p != '\0'; p++) {
+        if (*p == '"')
+            quoted = !quoted;
+        else if (*p == ';' && !quoted)
+            count++;
+    }
+    return count;
+}
+
 } // extern "C"

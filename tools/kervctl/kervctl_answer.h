@@ -41,6 +41,12 @@ kervctl_answer_e kervctl_final_result(const char *line, size_t len);
 kervctl_answer_e kervctl_answer_feed(kervctl_answer_scan_t *scan, const char *bytes, size_t len,
                                      size_t *used);
 
+/*
+ * How many commands a command line holds: one more than its ';' separators outside
+ * double quotes. The answer to such a line may end in up to that many final codes.
+ */
+int kervctl_line_command_count(const char *line);
+
 #ifdef __cplusplus
 }
 #endif
