@@ -71,7 +71,51 @@ int reaped_within(pid_t pid, std::chrono::milliseconds limit) {
     return -1;
 }
 
+/* This process's environment with settings put in (replacing what it had for them). */
+std::vector<std::string> environment_with(const std::map<std::string, std::string> &settings) {
+    std::vector<std::string> env_text;
+    for (char **entry = environ; *entry != nullptr; entry++) {
+        const std::string line = *entry;
+        if (settings.count(line.substr(0, line.find('='))) == 0)
+            env_text.push_back(line);
+    }
+    for (const auto &[key, value] : settings)
+        env_text.push_back(key + "=" + value);
+    return env_text;
+}
+
+/* argv or envp for exec: pointers into texts, ended by null. */
+std::vector<char *> pointers_to(std::vector<std::string> &texts) {
+    std::vector<char *> pointers;
+    for (std::string &text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 } // namespace
+
+ToolRun run_tool(const TempDir &dir, const char *path, std::vector<std::string> args,
+                 const std::map<std::string, std::string> &settings) {
+    std::vector<std::string> env_text = environment_with(settings);
+    std::vector<char *> envp = pointers_to(env_text);
+    args.insert(args.begin(), path);
+    std::vector<char *> argv = pointers_to(args);
+    const std::string out_path = dir.file("tool.out");
+    const std::string err_path = dir.file("tool.err");
+    const pid_t tool = fork();
+    if (tool == 0) {
+        const int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        execve(path, argv.data(), envp.data());
+        _exit(127);
+    }
+    int status = -1;
+    waitpid(tool, &status, 0);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(out_path), read_file(err_path)};
+}
 
 TempDir::TempDir() {
     char pattern[] = "/tmp/kerv-e2e-XXXXXX";
@@ -218,18 +262,8 @@ bool Daemon::start() {
         {"KERVD_SERIAL_DEVICE",
          options_.serial_device.empty() ? dir_.file("no-serial") : options_.serial_device},
     };
-    std::vector<std::string> env_text;
-    for (char **entry = environ; *entry != nullptr; entry++) {
-        const std::string line = *entry;
-        if (settings.count(line.substr(0, line.find('='))) == 0)
-            env_text.push_back(line);
-    }
-    for (const auto &[key, value] : settings)
-        env_text.push_back(key + "=" + value);
-    std::vector<char *> envp;
-    for (std::string &line : env_text)
-        envp.push_back(line.data());
-    envp.push_back(nullptr);
+    std::vector<std::string> env_text = environment_with(settings);
+    std::vector<char *> envp = pointers_to(env_text);
 
     const int out = open(output_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     const int errors = open(errors_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
@@ -294,6 +328,10 @@ bool Daemon::alive() const {
 
 std::string Daemon::output() const {
     return read_file(output_path_);
+}
+
+std::map<std::string, std::string> Daemon::client_settings() const {
+    return {{"SNCFG_FILE", dir_.file("sncfg.conf")}, {"KERVD_CONTROL_SOCKET", socket_path_}};
 }
 
 bool Daemon::wait_output(const std::string &text) const {

@@ -98,6 +98,8 @@ class Daemon {
     const std::string &socket_path() const { return socket_path_; }
     const std::string &pid_path() const { return pid_path_; }
     std::string output() const;
+    /* The settings a local client needs to reach this daemon: store and control socket. */
+    std::map<std::string, std::string> client_settings() const;
     /* Waits until the daemon's output contains text. */
     bool wait_output(const std::string &text) const;
     int launcher_status() const { return launcher_status_; }
@@ -153,6 +155,16 @@ std::string control_exchange(const std::string &socket_path, const std::string &
 std::string packed_request(u_int16_t type, u_int16_t cmd, const char *arg0);
 /* Unpacks a reply; false when it does not unpack. */
 bool unpack_reply(const std::string &bytes, kervRequest_t *reply);
+
+/* What a command-line tool did: exit status and its two outputs. */
+struct ToolRun {
+    int status;
+    std::string out;
+    std::string err;
+};
+/* Runs path with args and this process's environment plus settings, to its end. */
+ToolRun run_tool(const TempDir &dir, const char *path, std::vector<std::string> args,
+                 const std::map<std::string, std::string> &settings);
 
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &content);

@@ -74,10 +74,11 @@ kervd is running (pid $kervd_pid), modemd-sim answers on 127.0.0.1:$sim_port (pi
 Run directory: $run (store, plug-ins, logs)
 
 Talk to it:
-  KERVD_CONTROL_SOCKET=$run/kerv.socket $kervctl at ATI AT+CSQ
+  export KERVD_CONTROL_SOCKET=$run/kerv.socket
+  $kervctl at ATI AT+CSQ
   socat - TCP:127.0.0.1:5556,crlf
-Send a URC:
-  printf '\r\n+CREG: 1\r\n' | socat - UDP:127.0.0.1:12394
+Send a URC to the connected host:
+  $kervctl urc \$'\\r\\n+CREG: 1\\r\\n'
 
 Ctrl-C stops both. The daemon's output follows.
 HELP
