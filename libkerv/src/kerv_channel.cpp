@@ -326,6 +326,11 @@ void kerv_channel_close(kervInfo_t *kerv) {
     if (kerv->channel == KERV_CHANNEL_UART) {
         close_serial_channel(kerv);
     } else {
+        /* The host is cut off now: answers still queued for it are dropped, and a write
+           the worker may be blocked in (a host that stopped reading) fails at once. */
+        const int host_fd = kerv_host_fd(kerv);
+        if (host_fd > 0)
+            shutdown(host_fd, SHUT_RDWR);
         kerv_host_release(kerv);
         SOCK_Close(kerv->sock);
     }

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <netinet/in.h>
 #include <poll.h>
@@ -15,6 +16,7 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -324,6 +326,17 @@ bool Daemon::alive() const {
     siginfo_t info = {};
     return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
            info.si_pid == 0;
+}
+
+bool Daemon::thread_blocked_writing() const {
+    const std::string tasks = "/proc/" + std::to_string(pid_) + "/task";
+    for (const auto &task : std::filesystem::directory_iterator(tasks)) {
+        const std::string call = read_file(task.path().string() + "/syscall");
+        const long number = call.empty() ? -1 : strtol(call.c_str(), nullptr, 10);
+        if (number == SYS_write || number == SYS_sendto)
+            return true;
+    }
+    return false;
 }
 
 std::string Daemon::output() const {

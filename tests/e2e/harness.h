@@ -93,6 +93,9 @@ class Daemon {
     void stop();
     pid_t pid() const { return pid_; }
     bool alive() const;
+    /* True when one of the daemon's threads is in a write or send system call (it waits for
+       room in a connection). */
+    bool thread_blocked_writing() const;
     unsigned int tcp_port() const { return tcp_port_; }
     unsigned int urc_port() const { return urc_port_; }
     const std::string &socket_path() const { return socket_path_; }

@@ -104,14 +104,5 @@ TEST_F(TcpChannel, HostHalfClosingAfterItsLinesStillGetsTheirAnswers) {
     EXPECT_EQ(host.read_like(expected), expected);
 }
 
-TEST_F(TcpChannel, ManyHostsInTurnAreEachServed) {
-    for (int i = 0; i < 20; i++) {
-        Host host(daemon.tcp_port());
-        host.send("ATE1\r");
-        ASSERT_EQ(host.read_like(kEchoOn), kEchoOn) << "host " << i;
-    }
-    EXPECT_NE(daemon.output().find("disconnect\n"), std::string::npos);
-}
-
 } // namespace
 } // namespace e2e

@@ -11,6 +11,7 @@ const std::string kEchoOn = "ATE1\r\r\nOK\r\n";
 struct Control : testing::Test {
     void SetUp() override {
         options.store["KERV_MODEMD_TARGET_TYPE"] = "23G";
+        options.store["KERV_URC_LISTEN_ENABLE"] = "1";
         daemon = std::make_unique<Daemon>(dir, modem, options);
         ASSERT_TRUE(daemon->start()) << daemon->output();
     }
@@ -137,6 +138,26 @@ TEST_F(Control, StopClosesTheChannelAndTheControlSocketKeepsWorking) {
     EXPECT_STREQ(reply.arg[0], "RELOAD...");
     send_urc(daemon->urc_port(), "RING");
     EXPECT_TRUE(daemon->alive());
+}
+
+TEST_F(Control, StopCutsOffAHostThatStoppedReading) {
+    ASSERT_TRUE(eventually([&] { return udp_bound(daemon->urc_port()); }));
+    Host host(daemon->tcp_port());
+    host.send("ATE1\r");
+    ASSERT_EQ(host.read_like(kEchoOn), kEchoOn);
+    /* URCs for a host that never reads, until the worker waits for room to write. */
+    const std::string urc(1000, 'u');
+    ASSERT_TRUE(eventually([&] {
+        for (int i = 0; i < 100; i++)
+            send_urc(daemon->urc_port(), urc);
+        return daemon->thread_blocked_writing();
+    }));
+
+    EXPECT_EQ(app(KERV_REQUEST_CMD_STOP), "");
+    /* The worker is free again: a reload is answered. */
+    kervRequest_t reply;
+    ASSERT_TRUE(unpack_reply(app(KERV_REQUEST_CMD_RELOAD), &reply));
+    EXPECT_STREQ(reply.arg[0], "RELOAD...");
 }
 
 TEST_F(Control, StartWhileNoHostIsConnectedClosesTheListeningChannel) {
