@@ -12,6 +12,7 @@
 #include <fstream>
 #include <netinet/in.h>
 #include <poll.h>
+#include <random>
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -131,14 +132,22 @@ TempDir::~TempDir() {
 }
 
 unsigned int free_port(int sock_type) {
-    const int fd = socket(AF_INET, sock_type, 0);
-    sockaddr_in address = loopback(0);
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    socklen_t len = sizeof(address);
-    bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
-    getsockname(fd, reinterpret_cast<sockaddr *>(&address), &len);
-    close(fd);
-    return ntohs(address.sin_port);
+    /* Below the ephemeral range: a port the kernel hands out for port 0 (to a fake modem or a
+       client of a test running in parallel) could otherwise be the one picked here. */
+    unsigned int ephemeral_low = 32768;
+    sscanf(read_file("/proc/sys/net/ipv4/ip_local_port_range").c_str(), "%u", &ephemeral_low);
+    static std::mt19937 pick(std::random_device{}());
+    std::uniform_int_distribution<unsigned int> ports(10000, ephemeral_low - 1);
+    for (;;) {
+        const unsigned int port = ports(pick);
+        const int fd = socket(AF_INET, sock_type | SOCK_CLOEXEC, 0);
+        sockaddr_in address = loopback(port);
+        address.sin_addr.s_addr = htonl(INADDR_ANY);
+        const bool free = bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
+        close(fd);
+        if (free)
+            return port;
+    }
 }
 
 bool eventually(const std::function<bool()> &check) {

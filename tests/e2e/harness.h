@@ -34,7 +34,7 @@ struct TempDir {
     std::string file(const std::string &name) const { return path + "/" + name; }
 };
 
-/* A port that was free a moment ago (bound to 0 and read back). */
+/* A port that was free a moment ago, outside the range the kernel picks ports from. */
 unsigned int free_port(int sock_type);
 
 /* One request as the fake modem daemon received it. */
