@@ -55,8 +55,10 @@ bool read_pass(kervInfo_t *kerv, kerv_framing_t *framing) {
     }
     const ssize_t got = kerv_safe_read(host_fd, framing->cmd_buf + framing->cmd_buf_offset,
                                        kerv_framing_room(framing));
-    KERV_DBG("cmd_buf=[%s], offset=[%d], size=[%d]", framing->cmd_buf, framing->cmd_buf_offset,
-             static_cast<int>(got));
+    /* The bytes just read are not NUL-terminated yet: print only what is held. */
+    const int held = framing->cmd_buf_offset + (got > 0 ? static_cast<int>(got) : 0);
+    KERV_DBG("cmd_buf=[%.*s], offset=[%d], size=[%d]", held, framing->cmd_buf,
+             framing->cmd_buf_offset, static_cast<int>(got));
     if (got < 0) {
         KERV_WARN("network/UART error = %s", strerror(errno));
         KERV_PRINT("disconnect");

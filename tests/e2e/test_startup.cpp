@@ -73,6 +73,12 @@ TEST(StartUp, DebugLevelComesFromTheStore) {
             EXPECT_EQ(count_of(out, c.line), 1u) << out;
         else
             EXPECT_EQ(out.find("dbg = ["), std::string::npos) << out;
+        /* Every message on the way of a line, an over-long line and a URC is printed safely
+           at every level. */
+        Host host(daemon.tcp_port());
+        host.send(std::string(1500, 'x') + "\rATE1\r");
+        const std::string expected = "\r\nERROR\r\nATE1\r\r\nOK\r\n";
+        EXPECT_EQ(host.read_like(expected), expected);
         /* Gated messages appear only from DBG on. */
         const bool dbg = c.value != nullptr && std::string(c.value) != "verbose";
         EXPECT_EQ(out.find("[KERV] <kerv_info_init:") != std::string::npos, dbg) << out;
