@@ -92,9 +92,13 @@ void kerv_queue_init() {
 }
 
 void appReqEnqueue(struct req *req) {
-    QueueLock lock;
-    check_queue_head();
-    list_add_tail(&req->next, &appReqList);
+    {
+        QueueLock lock;
+        check_queue_head();
+        list_add_tail(&req->next, &appReqList);
+    }
+    /* Signalled after the unlock: a worker woken while the lock is still held would only
+       block on it again, costing a second wake-up per request on a one-CPU board. */
     pthread_cond_signal(&ConditionAppReqList);
 }
 
