@@ -7,7 +7,7 @@
 #include "rmmi_init.h"
 #include "rmmi_msghdlr.h"
 
-#include "recording_modemd.h"
+#include "fake_modemd.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -38,8 +38,8 @@ struct SignalStorm {
 };
 
 TEST(ModemTimeouts, RelayWaitsSixtySecondsWhateverSignalsArriveThenFails) {
-    FakeModemd modemd;
-    modemd.serve({}, false);
+    rmmi_test::FakeModemd modemd;
+    modemd.answer(rmmi_test::ModemReply::silent);
     char out[1008] = "untouched";
     kal_uint32 length = 1007;
     kal_uint8 in[] = "AT+CSQ\r";
@@ -56,8 +56,8 @@ TEST(ModemTimeouts, RelayWaitsSixtySecondsWhateverSignalsArriveThenFails) {
 }
 
 TEST(ModemTimeouts, GeneralRequestTimesOutAfterThirtySecondsWithItsStatusText) {
-    FakeModemd modemd;
-    modemd.serve({}, false);
+    rmmi_test::FakeModemd modemd;
+    modemd.answer(rmmi_test::ModemReply::silent);
     kerv_md_request_t req = {};
     req.target = MODEM_TARGET_LTE;
     req.request_id = MODEM_REQ_GET_STATUS;

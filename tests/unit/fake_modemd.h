@@ -1,134 +1,132 @@
 /*
- * A scripted modem daemon for the client tests: a UDP socket on 127.0.0.1 (a fresh port,
- * published through KERVD_MODEMD_PORT) served by a thread that takes one request datagram,
- * keeps its bytes and answers with the datagram the test scripted (or stays silent).
+ * A stand-in modem daemon on a loopback UDP port (published in KERVD_MODEMD_PORT while it
+ * lives) that records every request datagram and answers as it is told. No test framework
+ * needed: the fuzz targets use it too.
  */
 #ifndef FAKE_MODEMD_H
 #define FAKE_MODEMD_H
 
-#include "kerv_md_request.h"
-
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <thread>
-
-#include <gtest/gtest.h>
 #include <vector>
 
-struct FakeModemd {
-    int fd = -1;
-    int stop_pipe[2] = {-1, -1}; /* written by the destructor: ends a serve still waiting */
-    std::thread server;
-    std::vector<char> request; /* the request datagram as received */
+namespace rmmi_test {
 
+/* A request datagram as the modem daemon receives it: five 32-bit fields, then data. */
+struct ModemRequest {
+    uint32_t magic, token, target, request_id, data_len;
+    std::string data;
+    size_t datagram_size;
+};
+
+enum class ModemReply {
+    text,    /* a well-formed answer carrying the text */
+    short27, /* a 27-byte datagram: not an answer */
+    silent   /* no answer at all */
+};
+
+/* The stand-in modem daemon; its port is published in KERVD_MODEMD_PORT while it lives. */
+class FakeModemd {
+  public:
     FakeModemd() {
-        fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (pipe(stop_pipe) != 0)
-            stop_pipe[0] = stop_pipe[1] = -1;
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof(address);
-        bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
-        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &len);
-        setenv("KERVD_MODEMD_PORT", std::to_string(ntohs(address.sin_port)).c_str(), 1);
+        fd_ = socket(AF_INET, SOCK_DGRAM, 0);
+        sockaddr_in addr = {};
+        addr.sin_family = AF_INET;
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof(addr);
+        bind(fd_, reinterpret_cast<sockaddr *>(&addr), sizeof(addr));
+        getsockname(fd_, reinterpret_cast<sockaddr *>(&addr), &len);
+        setenv("KERVD_MODEMD_PORT", std::to_string(ntohs(addr.sin_port)).c_str(), 1);
+        thread_ = std::thread([this] { serve(); });
     }
-
     ~FakeModemd() {
-        if (write(stop_pipe[1], "x", 1) != 1 && server.joinable())
-            ADD_FAILURE() << "cannot stop the fake modem daemon";
-        if (server.joinable())
-            server.join();
-        close(fd);
-        close(stop_pipe[0]);
-        close(stop_pipe[1]);
+        stop_ = true;
+        thread_.join();
+        close(fd_);
     }
 
-    /* Serves one request (or none, if none comes before the fake ends); with answer false
-       the request is kept but not answered. */
-    void serve(std::vector<char> reply, bool answer = true) {
-        server = std::thread([this, reply, answer] {
-            pollfd watched[2] = {{fd, POLLIN, 0}, {stop_pipe[0], POLLIN, 0}};
-            if (poll(watched, 2, 10000) < 1 || watched[0].revents == 0)
-                return;
-            char datagram[2048];
-            sockaddr_in sender{};
-            socklen_t sender_len = sizeof(sender);
-            const ssize_t got = recvfrom(fd, datagram, sizeof(datagram), 0,
-                                         reinterpret_cast<sockaddr *>(&sender), &sender_len);
-            if (got < 0)
-                return;
-            request.assign(datagram, datagram + got);
-            if (answer)
-                sendto(fd, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr *>(&sender),
-                       sender_len);
-        });
+    /* How the next requests are answered; data_len is the text's length unless given. */
+    void answer(ModemReply reply, const std::string &text = "\r\nOK\r\n", uint32_t result = 0,
+                int64_t data_len = -1) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        reply_ = reply;
+        text_ = text;
+        result_ = result;
+        data_len_ = data_len;
+    }
+    std::vector<ModemRequest> take_requests() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return std::move(requests_);
     }
 
-    void wait() {
-        if (server.joinable())
-            server.join();
+  private:
+    void serve() {
+        while (!stop_) {
+            pollfd pfd = {fd_, POLLIN, 0};
+            uint8_t buf[2048];
+            sockaddr_in peer = {};
+            socklen_t peer_len = sizeof(peer);
+            if (poll(&pfd, 1, 20) <= 0)
+                continue;
+            const ssize_t n =
+                recvfrom(fd_, buf, sizeof(buf), 0, reinterpret_cast<sockaddr *>(&peer), &peer_len);
+            if (n < 20)
+                continue;
+            const std::vector<uint8_t> reply = record(buf, static_cast<size_t>(n));
+            if (!reply.empty())
+                sendto(fd_, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr *>(&peer),
+                       peer_len);
+        }
     }
 
-    kal_uint32 request_field(size_t offset) const {
-        kal_uint32 value = 0;
-        if (request.size() >= offset + sizeof(value))
-            memcpy(&value, request.data() + offset, sizeof(value));
-        return value;
+    /* Keeps the request and builds its answer (empty: none is sent). */
+    std::vector<uint8_t> record(const uint8_t *buf, size_t n) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        uint32_t fields[5];
+        memcpy(fields, buf, sizeof(fields));
+        const ModemRequest request = {
+            fields[0], fields[1], fields[2],
+            fields[3], fields[4], std::string(reinterpret_cast<const char *>(buf) + 20, n - 20),
+            n};
+        requests_.push_back(request);
+        if (reply_ != ModemReply::text)
+            return std::vector<uint8_t>(reply_ == ModemReply::short27 ? 27 : 0, 0);
+        const uint32_t header[7] = {0x5498ACDE,
+                                    request.token,
+                                    request.target,
+                                    0,
+                                    result_,
+                                    request.request_id,
+                                    data_len_ < 0 ? static_cast<uint32_t>(text_.size())
+                                                  : static_cast<uint32_t>(data_len_)};
+        std::vector<uint8_t> reply(sizeof(header) + text_.size());
+        memcpy(reply.data(), header, sizeof(header));
+        memcpy(reply.data() + sizeof(header), text_.data(), text_.size());
+        return reply;
     }
 
-    std::string request_text() const {
-        return request.size() > MODEM_REQUEST_HEADER_SIZE
-                   ? std::string(request.begin() + MODEM_REQUEST_HEADER_SIZE, request.end())
-                   : std::string();
-    }
+    int fd_ = -1;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+    std::mutex mutex_;
+    std::vector<ModemRequest> requests_;
+    ModemReply reply_ = ModemReply::text;
+    std::string text_ = "\r\nOK\r\n";
+    uint32_t result_ = 0;
+    int64_t data_len_ = -1;
 };
 
-/* The request datagram the fake received: its header fields and exactly its text. */
-inline void expect_request(const FakeModemd &modemd, kal_uint32 token, kal_uint32 target,
-                           kal_uint32 request_id, const std::string &text) {
-    ASSERT_EQ(modemd.request.size(), MODEM_REQUEST_HEADER_SIZE + text.size());
-    EXPECT_EQ(modemd.request_field(0), 0x5498ACDEu);
-    EXPECT_EQ(modemd.request_field(4), token);
-    EXPECT_EQ(modemd.request_field(8), target);
-    EXPECT_EQ(modemd.request_field(12), request_id);
-    EXPECT_EQ(modemd.request_field(16), text.size());
-    EXPECT_EQ(modemd.request_text(), text);
-}
-
-/* While it lives, the process cannot open another descriptor. */
-struct NoFreeDescriptors {
-    rlimit saved{};
-    NoFreeDescriptors() {
-        getrlimit(RLIMIT_NOFILE, &saved);
-        const int lowest_free = dup(0);
-        close(lowest_free);
-        rlimit exhausted = saved;
-        exhausted.rlim_cur = static_cast<rlim_t>(lowest_free);
-        setrlimit(RLIMIT_NOFILE, &exhausted);
-    }
-    ~NoFreeDescriptors() { setrlimit(RLIMIT_NOFILE, &saved); }
-};
-
-/* A response datagram: the 28-byte header and text, data_len as given. */
-inline std::vector<char> response_datagram(kal_uint32 result, kal_uint32 data_len,
-                                           const std::string &text) {
-    Modem_Response_t resp;
-    memset(&resp, 0, sizeof(resp));
-    resp.magic = MODEM_REQUEST_MAGIC;
-    resp.result = result;
-    resp.data_len = data_len;
-    memcpy(resp.data, text.data(), text.size());
-    const char *bytes = reinterpret_cast<const char *>(&resp);
-    return std::vector<char>(bytes, bytes + MODEM_RESPONSE_HEADER_SIZE + text.size());
-}
+} // namespace rmmi_test
 
 #endif /* FAKE_MODEMD_H */

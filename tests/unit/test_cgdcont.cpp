@@ -1,4 +1,5 @@
 #include "fake_modemd.h"
+#include "kerv_md_request.h"
 #include "rmmi_common.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +9,10 @@
 #include <vector>
 
 namespace {
+
+using rmmi_test::FakeModemd;
+using rmmi_test::ModemReply;
+using rmmi_test::ModemRequest;
 
 /* The example plug-in as the daemon sees it: its exported group, loaded from the build. */
 rmmi_validator_t *cgdcont_group() {
@@ -42,27 +47,30 @@ Answer run(const std::string &command, kal_uint8 mode, const char *test_mode = n
     return {result, out.data(), out_len};
 }
 
-/* A set command while a modem daemon answers with reply; modemd keeps what it received. */
-Answer set_with(FakeModemd &modemd, const std::vector<char> &reply, const std::string &params) {
-    modemd.serve(reply);
-    return run("AT+CGDCONT=" + params + "\r", RMMI_SET_OR_EXECUTE_MODE);
-}
+/* The plug-in beside a stand-in modem daemon that answers OK unless told otherwise. */
+class CgdcontPlugin : public ::testing::Test {
+  protected:
+    Answer set(const std::string &params) {
+        return run("AT+CGDCONT=" + params + "\r", RMMI_SET_OR_EXECUTE_MODE);
+    }
+    std::string read_contexts() { return run("AT+CGDCONT?\r", RMMI_READ_MODE).text; }
+    void remove_all_contexts() {
+        for (int cid = 1; cid <= 15; ++cid)
+            ASSERT_EQ(set(std::to_string(cid)).result, KAL_TRUE);
+        modemd.take_requests();
+    }
+    /* The texts of the requests the modem daemon received since the last call. */
+    std::vector<std::string> modem_texts() {
+        std::vector<std::string> texts;
+        for (const ModemRequest &request : modemd.take_requests())
+            texts.push_back(request.data);
+        return texts;
+    }
 
-Answer set(const std::string &params) {
     FakeModemd modemd;
-    return set_with(modemd, response_datagram(MODEM_RET_OK, 0, ""), params);
-}
+};
 
-std::string read_contexts() {
-    return run("AT+CGDCONT?\r", RMMI_READ_MODE).text;
-}
-
-void remove_all_contexts() {
-    for (int cid = 1; cid <= 15; ++cid)
-        ASSERT_EQ(set(std::to_string(cid)).result, KAL_TRUE);
-}
-
-TEST(CgdcontPlugin, ExportsOneRecordWithItsNameHashesAndTestText) {
+TEST_F(CgdcontPlugin, ExportsOneRecordWithItsNameHashesAndTestText) {
     rmmi_validator_t *group = cgdcont_group();
     ASSERT_NE(group, nullptr);
     EXPECT_STREQ(group[0].at_name, "+cgdcont");
@@ -72,7 +80,7 @@ TEST(CgdcontPlugin, ExportsOneRecordWithItsNameHashesAndTestText) {
     EXPECT_EQ(group[1].at_name, nullptr);
 }
 
-TEST(CgdcontPlugin, SetStoresContextsAndReadListsThemInCidOrder) {
+TEST_F(CgdcontPlugin, SetStoresContextsAndReadListsThemInCidOrder) {
     remove_all_contexts();
     EXPECT_EQ(read_contexts(), "\r\nOK\r\n");
 
@@ -92,16 +100,16 @@ TEST(CgdcontPlugin, SetStoresContextsAndReadListsThemInCidOrder) {
     EXPECT_EQ(listed.length, static_cast<int>(listed.text.size()));
 
     EXPECT_EQ(set("3").result, KAL_TRUE);
-    FakeModemd modemd; /* a line ended by another termination character */
-    modemd.serve(response_datagram(MODEM_RET_OK, 0, ""));
+    /* A line ended by another termination character. */
     EXPECT_EQ(run("AT+CGDCONT=15\n", RMMI_SET_OR_EXECUTE_MODE).result, KAL_TRUE);
     EXPECT_EQ(read_contexts(), "\r\n+CGDCONT: 1,\"IP\",\"internet.example-1\"\r\n\r\nOK\r\n");
 }
 
-TEST(CgdcontPlugin, BadParametersAnswerErrorAndChangeNothing) {
+TEST_F(CgdcontPlugin, BadParametersAnswerErrorAndChangeNothing) {
     remove_all_contexts();
     ASSERT_EQ(set("2,\"IP\",\"keep\"").result, KAL_TRUE);
     const std::string before = read_contexts();
+    modemd.take_requests();
     const char *bad[] = {
         "0,\"IP\",\"a\"",               /* cid below range */
         "16,\"IP\",\"a\"",              /* cid above range */
@@ -122,12 +130,11 @@ TEST(CgdcontPlugin, BadParametersAnswerErrorAndChangeNothing) {
     };
     for (const char *params : bad) {
         SCOPED_TRACE(params);
-        FakeModemd modemd;
-        const Answer got = set_with(modemd, response_datagram(MODEM_RET_OK, 0, ""), params);
+        const Answer got = set(params);
         EXPECT_EQ(got.result, KAL_FALSE);
         EXPECT_EQ(got.text, "\r\nERROR\r\n");
         EXPECT_EQ(got.length, 9);
-        EXPECT_TRUE(modemd.request.empty());
+        EXPECT_TRUE(modemd.take_requests().empty());
     }
     const std::string apn_99(99, 'a');
     EXPECT_EQ(set("4,\"IP\",\"" + apn_99 + "\"").result, KAL_TRUE);
@@ -136,58 +143,48 @@ TEST(CgdcontPlugin, BadParametersAnswerErrorAndChangeNothing) {
     EXPECT_EQ(read_contexts(), before);
 }
 
-TEST(CgdcontPlugin, ModemDaemonMustConfirmEveryChange) {
+TEST_F(CgdcontPlugin, ModemDaemonMustConfirmEveryChange) {
     remove_all_contexts();
-    {
-        FakeModemd modemd;
-        EXPECT_EQ(
-            set_with(modemd, response_datagram(MODEM_RET_OK, 0, ""), "5,\"ipv4v6\",\"apn.five\"")
-                .result,
-            KAL_TRUE);
-        modemd.wait();
-        EXPECT_EQ(modemd.request_field(8), static_cast<kal_uint32>(MODEM_TARGET_DAEMON));
-        EXPECT_EQ(modemd.request_field(12), static_cast<kal_uint32>(MODEM_REQ_CREATE_APN));
-        EXPECT_EQ(modemd.request_text(), "5,IPV4V6,apn.five");
-    }
+    ASSERT_EQ(set("5,\"ipv4v6\",\"apn.five\"").result, KAL_TRUE);
+    const std::vector<ModemRequest> creation = modemd.take_requests();
+    ASSERT_EQ(creation.size(), 1u);
+    EXPECT_EQ(creation[0].target, static_cast<kal_uint32>(MODEM_TARGET_DAEMON));
+    EXPECT_EQ(creation[0].request_id, static_cast<kal_uint32>(MODEM_REQ_CREATE_APN));
+    EXPECT_EQ(creation[0].data, "5,IPV4V6,apn.five");
     const std::string stored = read_contexts();
-    const std::vector<char> refusals[] = {
-        response_datagram(MODEM_RET_CGDCONT_ERROR, 0, ""),
-        response_datagram(MODEM_RET_CGDCONT_ERROR, 6, "\r\nOK\r\n"),
-        std::vector<char>(27, '\0'),
-    };
-    for (const std::vector<char> &refusal : refusals) {
-        FakeModemd modemd;
-        const Answer refused = set_with(modemd, refusal, "5,\"IP\",\"other\"");
+    const struct {
+        ModemReply reply;
+        const char *text;
+    } refusals[] = {
+        {ModemReply::text, ""}, {ModemReply::text, "\r\nOK\r\n"}, {ModemReply::short27, ""}};
+    for (const auto &refusal : refusals) {
+        modemd.answer(refusal.reply, refusal.text, MODEM_RET_CGDCONT_ERROR);
+        const Answer refused = set("5,\"IP\",\"other\"");
         EXPECT_EQ(refused.result, KAL_FALSE);
         EXPECT_EQ(refused.text, "\r\nERROR\r\n");
-        FakeModemd removal;
-        EXPECT_EQ(set_with(removal, refusal, "5").result, KAL_FALSE);
+        EXPECT_EQ(set("5").result, KAL_FALSE);
     }
     EXPECT_EQ(read_contexts(), stored);
-    {
-        FakeModemd modemd;
-        EXPECT_EQ(set_with(modemd, response_datagram(MODEM_RET_OK, 0, ""), "5").result, KAL_TRUE);
-        modemd.wait();
-        EXPECT_EQ(modemd.request_field(12), static_cast<kal_uint32>(MODEM_REQ_DELETE_APN));
-        EXPECT_EQ(modemd.request_text(), "5");
-    }
-    for (const char *unchanged : {"5", "6"}) {
-        FakeModemd untouched;
-        EXPECT_EQ(set_with(untouched, response_datagram(MODEM_RET_OK, 0, ""), unchanged).result,
-                  KAL_TRUE);
-        EXPECT_TRUE(untouched.request.empty());
-    }
+    modemd.answer(ModemReply::text);
+    modemd.take_requests();
+    EXPECT_EQ(set("5").result, KAL_TRUE);
+    const std::vector<ModemRequest> removal = modemd.take_requests();
+    ASSERT_EQ(removal.size(), 1u);
+    EXPECT_EQ(removal[0].request_id, static_cast<kal_uint32>(MODEM_REQ_DELETE_APN));
+    EXPECT_EQ(removal[0].data, "5");
+    /* Removing a context that is not there, or storing the same one again, asks nothing. */
+    EXPECT_EQ(set("5").result, KAL_TRUE);
+    EXPECT_EQ(set("6").result, KAL_TRUE);
+    EXPECT_TRUE(modemd.take_requests().empty());
     EXPECT_EQ(read_contexts(), "\r\nOK\r\n");
     ASSERT_EQ(set("7,\"IP\",\"same\"").result, KAL_TRUE);
-    FakeModemd repeated;
-    EXPECT_EQ(set_with(repeated, response_datagram(MODEM_RET_CGDCONT_ERROR, 0, ""),
-                       "7,\"ip\",\"same\",,0,0")
-                  .result,
-              KAL_TRUE);
-    EXPECT_TRUE(repeated.request.empty());
+    modemd.take_requests();
+    modemd.answer(ModemReply::text, "", MODEM_RET_CGDCONT_ERROR);
+    EXPECT_EQ(set("7,\"ip\",\"same\",,0,0").result, KAL_TRUE);
+    EXPECT_TRUE(modemd.take_requests().empty());
 }
 
-TEST(CgdcontPlugin, TestActiveAndWrongModes) {
+TEST_F(CgdcontPlugin, TestActiveAndWrongModes) {
     const char *test_text = cgdcont_group()[0].test_mode;
     const Answer tested = run("AT+CGDCONT=?\r", RMMI_TEST_MODE, test_text);
     EXPECT_EQ(tested.result, KAL_TRUE);
@@ -205,7 +202,7 @@ TEST(CgdcontPlugin, TestActiveAndWrongModes) {
     EXPECT_EQ(wrong.text, "\r\nERROR\r\n");
 }
 
-TEST(CgdcontPlugin, AnswersThatDoNotFitAreRefusedNotCut) {
+TEST_F(CgdcontPlugin, AnswersThatDoNotFitAreRefusedNotCut) {
     remove_all_contexts();
     for (int cid = 1; cid <= 15; ++cid)
         ASSERT_EQ(set(std::to_string(cid) + ",\"IPV4V6\",\"" + std::string(99, 'x') + "\"").result,

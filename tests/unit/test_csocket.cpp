@@ -1,7 +1,7 @@
 #include "csocket.h"
 
 #include "kal_common.h"
-#include "kerv_test_support.h"
+#include "test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -22,10 +22,10 @@
 
 namespace {
 
-using kerv_test::open_fd_count;
+using rmmi_test::open_fd_count;
 
 template <typename Fn> std::string warnings_of(Fn fn) {
-    return kerv_test::stdout_at_level(KAL_DBG_WARNING, fn);
+    return rmmi_test::stdout_at_level(KAL_DBG_WARNING, fn);
 }
 
 unsigned short bound_port(int fd) {

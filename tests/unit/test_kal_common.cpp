@@ -1,5 +1,5 @@
 #include "kal_common.h"
-#include "kerv_test_support.h"
+#include "test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 
 namespace {
 
-using kerv_test::stdout_at_level;
+using rmmi_test::stdout_at_level;
 
 TEST(Kal, InitNamesTheEnabledLevels) {
     const char *lines[] = {

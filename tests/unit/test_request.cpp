@@ -1,6 +1,6 @@
 #include "request.h"
 
-#include "kerv_test_support.h"
+#include "test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@
 
 namespace {
 
-using kerv_test::open_fd_count;
+using rmmi_test::open_fd_count;
 
 kervRequest_t make_request(u_int16_t type = KERV_REQUEST_TYPE_APP,
                            u_int16_t cmd = KERV_REQUEST_CMD_GEN_HASH) {
@@ -315,7 +315,7 @@ class ControlSocket : public testing::Test {
         EXPECT_EQ(listen(fd, 5), 0);
         return fd;
     }
-    kerv_test::TempDir dir;
+    rmmi_test::TempDir dir;
     std::string path = dir.path + "/control.socket";
 };
 

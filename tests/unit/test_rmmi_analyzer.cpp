@@ -5,7 +5,7 @@
 #include "rmmi_analyzer.h"
 #include "rmmi_basic_val.h"
 
-#include "rmmi_test_support.h"
+#include "test_support.h"
 
 namespace {
 

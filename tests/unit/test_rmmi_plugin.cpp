@@ -1,7 +1,7 @@
 /* The example +CGDCONT plug-in, loaded from its build folder, answering through the engine. */
 #include "kervlib.h"
 
-#include "rmmi_test_support.h"
+#include "test_support.h"
 
 #include <libgen.h>
 

@@ -1,6 +1,6 @@
 #include "rmmi_rspfmttr.h"
 
-#include "rmmi_test_support.h"
+#include "test_support.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 /* The modem daemon that never answers: the engine waits its full minute, then fails. */
-#include "rmmi_test_support.h"
+#include "test_support.h"
 
 namespace {
 

@@ -3,13 +3,15 @@
  * control-buffer allocator (the executable's definition takes precedence over the
  * utility library's own), so that an allocation failure can be had on demand.
  */
-#include "rmmi_utility_fixture.h"
+#include "test_support.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
 namespace {
+
+using namespace rmmi_test;
 bool g_heap_exhausted = false;
 } // namespace
 

@@ -1,8 +1,10 @@
-#include "rmmi_utility_fixture.h"
+#include "test_support.h"
 
 #include <gtest/gtest.h>
 
 namespace {
+
+using namespace rmmi_test;
 
 using bytes = std::vector<kal_uint8>;
 

@@ -1,8 +1,10 @@
-#include "rmmi_utility_fixture.h"
+#include "test_support.h"
 
 #include <gtest/gtest.h>
 
 namespace {
+
+using namespace rmmi_test;
 
 constexpr kal_uint8 kComma = ',';
 constexpr kal_uint8 kCr = '\r';

@@ -1,10 +1,12 @@
-#include "rmmi_utility_fixture.h"
+#include "test_support.h"
 
 #include <gtest/gtest.h>
 
 #include <regex>
 
 namespace {
+
+using namespace rmmi_test;
 
 constexpr kal_uint8 kComma = ',';
 constexpr kal_uint8 kCr = '\r';

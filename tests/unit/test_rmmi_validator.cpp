@@ -4,7 +4,7 @@
  */
 #include "kervlib.h"
 
-#include "rmmi_test_support.h"
+#include "test_support.h"
 
 namespace {
 

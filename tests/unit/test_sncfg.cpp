@@ -1,6 +1,6 @@
 #include "sncfg.h"
 
-#include "kerv_test_support.h"
+#include "test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ class Store : public testing::Test {
         fwrite(text.data(), 1, text.size(), file);
         fclose(file);
     }
-    kerv_test::TempDir dir;
+    rmmi_test::TempDir dir;
     std::string path = dir.path + "/sncfg.conf";
 };
 
