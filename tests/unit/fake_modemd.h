@@ -69,6 +69,13 @@ class FakeModemd {
         std::lock_guard<std::mutex> lock(mutex_);
         return std::move(requests_);
     }
+    /* The texts of the requests received since the last take. */
+    std::vector<std::string> take_texts() {
+        std::vector<std::string> texts;
+        for (const ModemRequest &request : take_requests())
+            texts.push_back(request.data);
+        return texts;
+    }
 
   private:
     void serve() {

@@ -59,13 +59,6 @@ class CgdcontPlugin : public ::testing::Test {
             ASSERT_EQ(set(std::to_string(cid)).result, KAL_TRUE);
         modemd.take_requests();
     }
-    /* The texts of the requests the modem daemon received since the last call. */
-    std::vector<std::string> modem_texts() {
-        std::vector<std::string> texts;
-        for (const ModemRequest &request : modemd.take_requests())
-            texts.push_back(request.data);
-        return texts;
-    }
 
     FakeModemd modemd;
 };

@@ -335,7 +335,7 @@ TEST(SafeIo, ReadInterruptedBySignalGoesOnAndShortReadIsReturnedAsIs) {
     EXPECT_EQ(std::string(buf, 4), "OK\r\n");
 }
 
-TEST(SafeIo, WriteReachesSocketsAndOtherDescriptors) {
+TEST(SafeIo, WriteReachesPipesAndClosedDescriptorsFail) {
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
     EXPECT_EQ(kerv_safe_write(fds[1], "\r\nOK\r\n", 6), 6);
@@ -344,13 +344,7 @@ TEST(SafeIo, WriteReachesSocketsAndOtherDescriptors) {
     EXPECT_STREQ(buf, "\r\nOK\r\n");
     close(fds[0]);
     close(fds[1]);
-
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
-    EXPECT_EQ(kerv_safe_write(fds[0], "ERROR", 5), 5);
-    EXPECT_EQ(kerv_safe_read(fds[1], buf, sizeof(buf)), 5);
-    close(fds[0]);
-    close(fds[1]);
-    EXPECT_EQ(kerv_safe_write(fds[0], "x", 1), -1);
+    EXPECT_EQ(kerv_safe_write(fds[1], "x", 1), -1);
     EXPECT_EQ(errno, EBADF);
 }
 

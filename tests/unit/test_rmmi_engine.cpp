@@ -20,12 +20,7 @@ const std::string kCsqAnswer = "\r\n+CSQ: 20,99\r\n\r\nOK\r\n";
 
 class Engine : public EngineTest {
   protected:
-    std::vector<std::string> modem_texts() {
-        std::vector<std::string> texts;
-        for (const ModemRequest &request : modemd.take_requests())
-            texts.push_back(request.data);
-        return texts;
-    }
+    std::vector<std::string> modem_texts() { return modemd.take_texts(); }
     void echo_off() {
         ASSERT_EQ(run("ATE0"), kOk);
         modemd.take_requests();
@@ -180,23 +175,6 @@ TEST_F(Engine, LinesWithoutACommandWriteNothingAndLinesTooLongAreRefused) {
     EXPECT_EQ(run(longest), kOk);
     EXPECT_EQ(modem_texts(), (std::vector<std::string>{"AT+CSQ\r", "AT\r", "AT+X=\"1;2\"\r",
                                                        longest.substr(0, 510)}));
-}
-
-TEST_F(Engine, ModemRequestsCarryTargetTokenAndTheCommandCutTo510) {
-    EXPECT_EQ(run("AT+CSQ"), "AT+CSQ\r" + kOk);
-    EXPECT_EQ(run("AT+CSQ"), "AT+CSQ\r" + kOk);
-    run("AT+X=" + std::string(595, 'b'));
-    const std::vector<ModemRequest> requests = modemd.take_requests();
-    ASSERT_EQ(requests.size(), 3u);
-    EXPECT_EQ(requests[0].magic, 0x5498ACDEu);
-    EXPECT_EQ(requests[0].request_id, 998u);
-    EXPECT_EQ(requests[0].target, 16u);
-    EXPECT_EQ(requests[0].data, "AT+CSQ\r");
-    EXPECT_EQ(requests[0].data_len, 7u);
-    EXPECT_EQ(requests[0].datagram_size, 27u);
-    EXPECT_EQ(requests[1].token, requests[0].token + 1);
-    EXPECT_EQ(requests[2].data_len, 510u);
-    EXPECT_EQ(requests[2].data, "AT+X=" + std::string(505, 'b'));
 }
 
 TEST_F(Engine, ModemFailuresAnswerErrorAndAnswersPassUnchanged) {
