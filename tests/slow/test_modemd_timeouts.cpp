@@ -53,6 +53,7 @@ TEST(ModemTimeouts, RelayWaitsSixtySecondsWhateverSignalsArriveThenFails) {
     EXPECT_EQ(result, NO_NW_SERVICE);
     EXPECT_STREQ(out, "untouched");
     EXPECT_GE(waited, std::chrono::seconds(59));
+    EXPECT_EQ(modemd.take_requests().size(), 1u) << "one request, never repeated";
 }
 
 TEST(ModemTimeouts, GeneralRequestTimesOutAfterThirtySecondsWithItsStatusText) {

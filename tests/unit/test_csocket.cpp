@@ -28,19 +28,16 @@ template <typename Fn> std::string warnings_of(Fn fn) {
     return rmmi_test::stdout_at_level(KAL_DBG_WARNING, fn);
 }
 
-unsigned short bound_port(int fd) {
-    struct sockaddr_in addr;
-    socklen_t len = sizeof(addr);
-    getsockname(fd, reinterpret_cast<struct sockaddr *>(&addr), &len);
-    return ntohs(addr.sin_port);
-}
-
 struct sockaddr_in bound_addr(int fd) {
     struct sockaddr_in addr;
     memset(&addr, 0, sizeof(addr));
     socklen_t len = sizeof(addr);
     getsockname(fd, reinterpret_cast<struct sockaddr *>(&addr), &len);
     return addr;
+}
+
+unsigned short bound_port(int fd) {
+    return ntohs(bound_addr(fd).sin_port);
 }
 
 /* Where a datagram from this unbound-address handle comes from on loopback. */

@@ -180,6 +180,7 @@ TEST_F(Engine, LinesWithoutACommandWriteNothingAndLinesTooLongAreRefused) {
 TEST_F(Engine, ModemFailuresAnswerErrorAndAnswersPassUnchanged) {
     modemd.answer(ModemReply::short27);
     EXPECT_EQ(run("AT+CSQ"), "AT+CSQ\r" + kError);
+    EXPECT_EQ(modemd.take_requests().size(), 1u) << "a failed relay is not repeated";
     modemd.answer(ModemReply::text, "");
     EXPECT_EQ(run("AT+CSQ"), "AT+CSQ\r" + kError);
     modemd.answer(ModemReply::text, "\r\n+CME ERROR: 10\r\n", 14);
