@@ -3,22 +3,16 @@
 #include "kal_common.h"
 #include "test_support.h"
 
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <regex>
-#include <string>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 

@@ -1,11 +1,7 @@
 #include "kal_common.h"
 #include "test_support.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <cstring>
-#include <string>
 
 namespace {
 

@@ -1,21 +1,12 @@
-#include "kerv_md_request.h"
 #include "rmmi_common.h"
-#include "utility.h"
-
-#include <gtest/gtest.h>
+#include "test_support.h"
 
 #include <arpa/inet.h>
 #include <csignal>
-#include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <netinet/in.h>
 #include <poll.h>
-#include <string>
-#include <sys/socket.h>
 #include <sys/wait.h>
-#include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -87,23 +78,14 @@ struct Sim {
     }
 };
 
-/* A raw exchange: the response datagram, or nothing within wait_ms. */
-std::vector<char> exchange(unsigned short port, kal_uint32 target, kal_uint32 request_id,
-                           const std::string &text, int wait_ms = 5000) {
-    Modem_Request_t req = {};
-    req.magic = MODEM_REQUEST_MAGIC;
-    req.token = 77;
-    req.target = target;
-    req.request_id = request_id;
-    req.data_len = static_cast<kal_uint32>(text.size());
-    memcpy(req.data, text.data(), text.size());
+/* Sends len bytes to the simulator; returns its answer, or nothing within wait_ms. */
+std::vector<char> send_datagram(unsigned short port, const void *bytes, size_t len, int wait_ms) {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    sendto(fd, &req, MODEM_REQUEST_HEADER_SIZE + text.size(), 0,
-           reinterpret_cast<sockaddr *>(&address), sizeof(address));
+    sendto(fd, bytes, len, 0, reinterpret_cast<sockaddr *>(&address), sizeof(address));
     std::vector<char> answer;
     pollfd watched{fd, POLLIN, 0};
     if (poll(&watched, 1, wait_ms) == 1) {
@@ -115,15 +97,23 @@ std::vector<char> exchange(unsigned short port, kal_uint32 target, kal_uint32 re
     return answer;
 }
 
-std::string relay(kal_uint32 target, const std::string &command, kal_uint32 *length = nullptr) {
-    char out[1008] = {};
-    kal_uint32 room = 1007;
-    std::string in = command;
-    const kal_uint32 result =
-        send_cmd_to_md(target, reinterpret_cast<kal_uint8 *>(in.data()), out, &room);
-    if (length != nullptr)
-        *length = room;
-    return result == RMMI_NO_ERR ? std::string(out) : "failed: " + std::string(out);
+/* A request with token 77, sent as a raw datagram. */
+std::vector<char> exchange(unsigned short port, kal_uint32 target, kal_uint32 request_id,
+                           const std::string &text, int wait_ms = 5000) {
+    Modem_Request_t req = {};
+    req.magic = MODEM_REQUEST_MAGIC;
+    req.token = 77;
+    req.target = target;
+    req.request_id = request_id;
+    req.data_len = static_cast<kal_uint32>(text.size());
+    memcpy(req.data, text.data(), text.size());
+    return send_datagram(port, &req, MODEM_REQUEST_HEADER_SIZE + text.size(), wait_ms);
+}
+
+/* The relayed answer's text, or "failed: " and the status text. */
+std::string relay(kal_uint32 target, const std::string &command) {
+    const rmmi_test::ModemAnswer got = rmmi_test::relay_command(target, command);
+    return got.result == RMMI_NO_ERR ? got.out : "failed: " + got.out;
 }
 
 TEST(ModemdSim, AnswersLikeTwoDifferentModems) {
@@ -153,12 +143,10 @@ TEST(ModemdSim, LogsEveryRequestOnOneEscapedLine) {
 
 TEST(ModemdSim, GeneralRequestsGetOk) {
     Sim sim({});
-    kerv_md_request_t req = {};
-    req.target = MODEM_TARGET_DAEMON;
-    req.request_id = MODEM_REQ_GET_STATUS;
-    char out[32] = {};
-    EXPECT_EQ(kerv_md_request(&req, out, sizeof(out)), 0);
-    EXPECT_STREQ(out, "ok");
+    const rmmi_test::ModemAnswer status =
+        rmmi_test::general_request(MODEM_TARGET_DAEMON, MODEM_REQ_GET_STATUS, "");
+    EXPECT_EQ(status.result, 0u);
+    EXPECT_EQ(status.out, "ok");
     std::vector<char> answer = exchange(sim.port, 0, MODEM_REQ_GET_INFO, "");
     ASSERT_EQ(answer.size(), 28u + 2u);
     EXPECT_EQ(std::string(answer.begin() + 28, answer.end()), "ok");
@@ -189,17 +177,16 @@ TEST(ModemdSim, TestFlagsBendTheAnswer) {
     {
         Sim sim({"--result", "7"});
         EXPECT_EQ(relay(MODEM_TARGET_MD, "AT\r"), "\r\nOK\r\n");
-        kerv_md_request_t req = {};
-        req.request_id = MODEM_REQ_GET_STATUS;
-        char out[64] = {};
-        EXPECT_EQ(kerv_md_request(&req, out, sizeof(out)), 1);
-        EXPECT_STREQ(out, "error,7,response result code is error");
+        const rmmi_test::ModemAnswer status =
+            rmmi_test::general_request(MODEM_TARGET_MD, MODEM_REQ_GET_STATUS, "");
+        EXPECT_EQ(status.result, 1u);
+        EXPECT_EQ(status.out, "error,7,response result code is error");
     }
     {
         Sim sim({"--count-nul"});
-        kal_uint32 length = 0;
-        EXPECT_EQ(relay(MODEM_TARGET_MD, "AT\r", &length), "\r\nOK\r\n\n");
-        EXPECT_EQ(length, 8u);
+        const rmmi_test::ModemAnswer got = rmmi_test::relay_command(MODEM_TARGET_MD, "AT\r");
+        EXPECT_EQ(got.out, "\r\nOK\r\n\n");
+        EXPECT_EQ(got.length, 8u);
     }
     {
         Sim sim({"--short", "27"});
@@ -220,24 +207,17 @@ TEST(ModemdSim, TestFlagsBendTheAnswer) {
 
 TEST(ModemdSim, IgnoresDatagramsThatAreNotRequests) {
     Sim sim({});
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(sim.port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    sendto(fd, "short", 5, 0, reinterpret_cast<sockaddr *>(&address), sizeof(address));
-    close(fd);
+    send_datagram(sim.port, "short", 5, 0);
     EXPECT_EQ(sim.line(), "ignored datagram of 5 bytes: not a request");
     EXPECT_EQ(relay(MODEM_TARGET_MD, "AT\r"), "\r\nOK\r\n");
 }
 
 TEST(ModemdSim, StopsCleanlyOnTerminationAndInterrupt) {
-    Sim term({});
-    const int term_status = term.stop(SIGTERM);
-    EXPECT_TRUE(WIFEXITED(term_status) && WEXITSTATUS(term_status) == 0);
-    Sim interrupt({});
-    const int int_status = interrupt.stop(SIGINT);
-    EXPECT_TRUE(WIFEXITED(int_status) && WEXITSTATUS(int_status) == 0);
+    for (int sig : {SIGTERM, SIGINT}) {
+        Sim sim({});
+        const int status = sim.stop(sig);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << sig;
+    }
 }
 
 TEST(ModemdSim, HelpAndBadOptions) {

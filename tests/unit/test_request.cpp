@@ -2,16 +2,9 @@
 
 #include "test_support.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <random>
-#include <string>
-#include <sys/socket.h>
-#include <unistd.h>
-#include <vector>
 
 namespace {
 

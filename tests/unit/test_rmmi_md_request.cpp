@@ -7,36 +7,18 @@ namespace {
 using rmmi_test::FakeModemd;
 using rmmi_test::ModemReply;
 
-/* General requests sent by this process so far: the next one carries token 2000 + this. */
-kal_uint32 requested_so_far = 0;
-
-struct Outcome {
-    int result;
-    std::string out;
-};
-
-Outcome request(kal_uint32 target, kal_uint32 request_id, const std::string &text,
-                unsigned int out_size = 128) {
-    kerv_md_request_t req = {};
-    req.target = target;
-    req.request_id = request_id;
-    req.data_len = 9999; /* never read: the length comes from the text */
-    memcpy(req.data, text.data(), text.size());
-    char out[128];
-    memset(out, '#', sizeof(out));
-    const int result = kerv_md_request(&req, out, out_size);
-    ++requested_so_far;
-    return {result, std::string(out, strnlen(out, sizeof(out)))};
-}
+using rmmi_test::general_request;
+using rmmi_test::general_requests_sent;
 
 TEST(ModemRequest, RequestCarriesItsOwnCounterTargetAndIdentifier) {
     FakeModemd modemd;
-    const kal_uint32 token = 2000 + requested_so_far;
-    const Outcome got = request(MODEM_TARGET_LTE, MODEM_REQ_CREATE_APN, "1,IP,internet");
-    EXPECT_EQ(got.result, 0);
+    const kal_uint32 token = 2000 + general_requests_sent;
+    const rmmi_test::ModemAnswer got =
+        general_request(MODEM_TARGET_LTE, MODEM_REQ_CREATE_APN, "1,IP,internet");
+    EXPECT_EQ(got.result, 0u);
     EXPECT_EQ(got.out, "ok");
     rmmi_test::expect_one_request(modemd, token, 1, 7, "1,IP,internet");
-    request(MODEM_TARGET_DAEMON, MODEM_REQ_GET_STATUS, "");
+    general_request(MODEM_TARGET_DAEMON, MODEM_REQ_GET_STATUS, "");
     rmmi_test::expect_one_request(modemd, token + 1, MODEM_TARGET_DAEMON, MODEM_REQ_GET_STATUS, "");
 
     /* A record text without a terminator is cut to 510 characters. */
@@ -46,7 +28,7 @@ TEST(ModemRequest, RequestCarriesItsOwnCounterTargetAndIdentifier) {
     req.request_id = MODEM_REQ_SEND_SMS;
     char out[8];
     EXPECT_EQ(kerv_md_request(&req, out, sizeof(out)), 0);
-    ++requested_so_far;
+    ++general_requests_sent;
     rmmi_test::expect_one_request(modemd, token + 2, MODEM_TARGET_MD, MODEM_REQ_SEND_SMS,
                                   std::string(510, 'a'));
 }
@@ -57,7 +39,7 @@ TEST(ModemRequest, OnlyResultOkIsSuccess) {
         ModemReply reply;
         kal_uint32 modem_result;
         unsigned int out_size;
-        int result;
+        kal_uint32 result;
         std::string out;
     } cases[] = {
         {"ok with text", ModemReply::text, MODEM_RET_OK, 128, 0, "ok"},
@@ -74,7 +56,8 @@ TEST(ModemRequest, OnlyResultOkIsSuccess) {
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         modemd.answer(c.reply, "\r\nOK\r\n", c.modem_result);
-        const Outcome got = request(MODEM_TARGET_MD, MODEM_REQ_GET_INFO, "", c.out_size);
+        const rmmi_test::ModemAnswer got =
+            general_request(MODEM_TARGET_MD, MODEM_REQ_GET_INFO, "", c.out_size);
         EXPECT_EQ(got.result, c.result);
         EXPECT_EQ(got.out, c.out);
     }
@@ -89,7 +72,7 @@ TEST(ModemRequest, NoSocketIsMinusOneWithItsStatusText) {
         rmmi_test::NoFreeDescriptors exhausted;
         result = kerv_md_request(&req, out, sizeof(out));
     }
-    ++requested_so_far;
+    ++general_requests_sent;
     EXPECT_EQ(result, -1);
     EXPECT_STREQ(out, "error,10001,can't create the socket");
 }

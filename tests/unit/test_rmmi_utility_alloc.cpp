@@ -5,8 +5,6 @@
  */
 #include "test_support.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 
 namespace {

@@ -2,12 +2,7 @@
 
 #include "test_support.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <unistd.h>
 
 namespace {
 

@@ -8,36 +8,20 @@ namespace {
 using rmmi_test::FakeModemd;
 using rmmi_test::ModemReply;
 
-/* Requests relayed by this process so far: the next one carries token 1000 + this. */
-kal_uint32 relayed_so_far = 0;
-
-struct Relay {
-    kal_uint32 result;
-    std::string out;
-    kal_uint32 length;
-};
-
-Relay relay(kal_uint32 target, const std::string &command, kal_uint32 out_size = 1007) {
-    char out[1008] = {};
-    kal_uint32 length = out_size;
-    std::string in = command;
-    const kal_uint32 result =
-        send_cmd_to_md(target, reinterpret_cast<kal_uint8 *>(in.data()), out, &length);
-    ++relayed_so_far;
-    return {result, out, length};
-}
+using rmmi_test::relay_command;
+using rmmi_test::relays_sent;
 
 TEST(ModemRelay, CommandGoesOutAsOneRequestWithItsTerminationCharacterAndCutTo510) {
     FakeModemd modemd;
-    const kal_uint32 token = 1000 + relayed_so_far;
-    relay(MODEM_TARGET_MD, "AT+CSQ\r");
+    const kal_uint32 token = 1000 + relays_sent;
+    relay_command(MODEM_TARGET_MD, "AT+CSQ\r");
     rmmi_test::expect_one_request(modemd, token, 16, 998, "AT+CSQ\r");
-    relay(MODEM_TARGET_LTE, "ATI\r");
+    relay_command(MODEM_TARGET_LTE, "ATI\r");
     rmmi_test::expect_one_request(modemd, token + 1, 1, 998, "ATI\r");
     const std::string long_command = "AT+X=" + std::string(595, '7');
-    relay(MODEM_TARGET_MD, long_command);
+    relay_command(MODEM_TARGET_MD, long_command);
     rmmi_test::expect_one_request(modemd, token + 2, 16, 998, long_command.substr(0, 510));
-    relay(MODEM_TARGET_MD, "");
+    relay_command(MODEM_TARGET_MD, "");
     rmmi_test::expect_one_request(modemd, token + 3, 16, 998, "");
 }
 
@@ -75,7 +59,7 @@ TEST(ModemRelay, AnswersDecideResultTextAndLength) {
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         modemd.answer(c.reply, c.text, c.modem_result, c.data_len);
-        const Relay got = relay(MODEM_TARGET_MD, "AT+CSQ\r", c.out_size);
+        const rmmi_test::ModemAnswer got = relay_command(MODEM_TARGET_MD, "AT+CSQ\r", c.out_size);
         EXPECT_EQ(got.result, c.result);
         EXPECT_EQ(got.out, c.out);
         EXPECT_EQ(got.length, c.length);
@@ -91,7 +75,7 @@ TEST(ModemRelay, NoSocketFailsWithoutTouchingTheAnswer) {
         rmmi_test::NoFreeDescriptors exhausted;
         result = send_cmd_to_md(MODEM_TARGET_MD, in, out, &length);
     }
-    ++relayed_so_far;
+    ++relays_sent;
     EXPECT_EQ(result, NO_NW_SERVICE);
     EXPECT_STREQ(out, "untouched");
     EXPECT_EQ(length, sizeof(out) - 1);
