@@ -98,7 +98,6 @@ TEST_F(Analyzer, InternalRowsMatchByHashWhateverTheDigitOrCase) {
         EXPECT_EQ(cursor.cmd_class, c.cmd_class) << c.text;
         EXPECT_EQ(cursor.cmd_index, c.row) << c.text;
     }
-    EXPECT_EQ(rmmi_internal_cmd_table[RMMI_AT_NEED_RELAY_TO_MD][0], 0u);
     kal_uint16 row = 99, row_index = 99;
     EXPECT_EQ(rmmi_internal_command_analyzer(0, 0, &row, &row_index), KAL_FALSE)
         << "the marker row never matches";

@@ -47,13 +47,4 @@ TEST_F(ExamplePlugin, DefinesListsAndDescribesContextsThroughTheModemDaemon) {
     EXPECT_EQ(requests[1].data, "2,IPV6,ims");
 }
 
-TEST_F(ExamplePlugin, RefusedDefinitionsAnswerErrorAndFailTheirLine) {
-    EXPECT_EQ(run("ATE0"), "\r\nOK\r\n");
-    EXPECT_EQ(run("AT+CGDCONT=16,\"IP\""), "\r\nERROR\r\n");
-    EXPECT_EQ(run("ATE0;+CGDCONT=0"), "\r\nOK\r\n\r\nERROR\r\n\r\nERROR\r\n");
-    modemd.answer(rmmi_test::ModemReply::text, "", 8);
-    EXPECT_EQ(run("AT+CGDCONT=3,\"IP\",\"refused\""), "\r\nERROR\r\n");
-    expect_line_flags_clear();
-}
-
 } // namespace
