@@ -8,14 +8,13 @@ namespace {
 using rmmi_test::stdout_at_level;
 
 TEST(Kal, InitNamesTheEnabledLevels) {
+    /* Levels 0 to 5; every level above 5 names all of them too. */
     const char *lines[] = {
         "",
         "dbg = [WARNING]\r\n",
         "dbg = [WARNING, ERROR]\r\n",
         "dbg = [WARNING, ERROR, INFO]\r\n",
         "dbg = [WARNING, ERROR, INFO, DBG]\r\n",
-        "dbg = [WARNING, ERROR, INFO, FUNCTION, DBG]\r\n",
-        "dbg = [WARNING, ERROR, INFO, FUNCTION, DBG]\r\n",
         "dbg = [WARNING, ERROR, INFO, FUNCTION, DBG]\r\n",
     };
     for (unsigned int dbg = 0; dbg < 8; dbg++) {
@@ -25,7 +24,7 @@ TEST(Kal, InitNamesTheEnabledLevels) {
                                       kal_init(dbg);
                                       stored = g_dbg_print;
                                   }),
-                  lines[dbg])
+                  lines[dbg < 5 ? dbg : 5])
             << dbg;
         EXPECT_EQ(stored, dbg);
     }

@@ -73,7 +73,6 @@ TEST_F(Analyzer, InternalRowsMatchByHashWhateverTheDigitOrCase) {
         kal_uint16 row;
     } cases[] = {
         {"ATE0", RMMI_INTERNAL_CMD, RMMI_ATE},
-        {"ATE1", RMMI_INTERNAL_CMD, RMMI_ATE},
         {"ate9", RMMI_INTERNAL_CMD, RMMI_ATE},
         {"ATEA", RMMI_INTERNAL_CMD, RMMI_ATE},
         {"ATV0", RMMI_INTERNAL_CMD, RMMI_ATV},
@@ -156,7 +155,6 @@ TEST(GenerationHash, WorkedExamplesAndTheFormsAuthorsType) {
         {"  at+CgDcOnT?", 6645417, 552},
         {"+RELAY", 37824199, 0},
         {"ATE0", 217, 0},
-        {"ATE1", 218, 0},
         {"ATE9", 226, 0},
         {"V1", 864, 0},
         {"E", 5, 0},
