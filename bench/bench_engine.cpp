@@ -7,9 +7,10 @@
  * /dev/null; the report goes to standard error.
  */
 #include "kerv_md_request.h"
-#include "kervlib.h"
-#include "rmmi_init.h"
-#include "rmmi_msghdlr.h"
+#include "plugin_loader.h"
+#include "validator_registry.h"
+#include "engine_context.h"
+#include "engine_entry.h"
 
 #include <benchmark/benchmark.h>
 

@@ -5,7 +5,7 @@
  * thread that answers every request at once with "\r\nOK\r\n".
  */
 #include "kerv_md_request.h"
-#include "utility.h"
+#include "modem_relay.h"
 
 #include <benchmark/benchmark.h>
 

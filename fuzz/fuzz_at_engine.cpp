@@ -4,8 +4,8 @@
  * GEN_HASH request does. Whatever the line, nothing may be read or written outside a
  * buffer and no line flag may be left set for the next line.
  */
-#include "rmmi_init.h"
-#include "rmmi_msghdlr.h"
+#include "engine_context.h"
+#include "engine_entry.h"
 
 #include "fake_modemd.h"
 

@@ -28,7 +28,7 @@ cmake --build "$build" -j2 --target cgdcont >/dev/null 2>&1 || true
 client=$build/bench/load/kerv-load-client
 echo_server=$build/bench/load/kerv-load-echo
 relay_server=$build/bench/load/kerv-load-relay
-kervd=$build/libkerv/kervd
+kervd=$build/daemon/kervd
 modemd_sim=$build/tools/modemd-sim/modemd-sim
 example_plugin=$build/plugins/libcgdcont.so
 

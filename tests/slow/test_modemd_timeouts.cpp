@@ -1,6 +1,6 @@
 #include "fake_modemd.h"
 #include "rmmi_common.h"
-#include "utility.h"
+#include "modem_relay.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "kerv_framing.h"
+#include "line_framing.h"
 
 #include <gtest/gtest.h>
 

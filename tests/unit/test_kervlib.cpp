@@ -1,4 +1,5 @@
-#include "kervlib.h"
+#include "plugin_loader.h"
+#include "validator_registry.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
  * Splitting, classification and mode detection on the engine's cursors, and the
  * generation hash that local applications ask for.
  */
-#include "rmmi_analyzer.h"
-#include "rmmi_basic_val.h"
+#include "command_analyzer.h"
+#include "internal_commands.h"
 
 #include "test_support.h"
 

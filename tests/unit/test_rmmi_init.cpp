@@ -1,4 +1,4 @@
-#include "rmmi_init.h"
+#include "engine_context.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,6 @@
 /* The example +CGDCONT plug-in, loaded from its build folder, answering through the engine. */
-#include "kervlib.h"
+#include "plugin_loader.h"
+#include "validator_registry.h"
 
 #include "test_support.h"
 

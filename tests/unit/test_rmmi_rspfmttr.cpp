@@ -1,4 +1,4 @@
-#include "rmmi_rspfmttr.h"
+#include "response_format.h"
 
 #include "test_support.h"
 

@@ -2,7 +2,7 @@
  * Extended commands: what a validator registered in the registry is handed by the engine
  * and how its answer reaches the host.
  */
-#include "kervlib.h"
+#include "validator_registry.h"
 
 #include "test_support.h"
 

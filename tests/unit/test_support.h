@@ -9,10 +9,10 @@
 #include "fake_modemd.h"
 #include "kal_common.h"
 #include "kerv_md_request.h"
-#include "rmmi_init.h"
-#include "rmmi_msghdlr.h"
+#include "engine_context.h"
+#include "engine_entry.h"
 #include "rmmi_utility.h"
-#include "utility.h"
+#include "modem_relay.h"
 
 #include <gtest/gtest.h>
 

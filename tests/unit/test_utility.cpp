@@ -1,4 +1,4 @@
-#include "utility.h"
+#include "modem_relay.h"
 
 #include "rmmi_common.h"
 #include "test_support.h"

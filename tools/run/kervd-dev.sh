@@ -8,7 +8,7 @@ set -euo pipefail
 
 build=$(cd "${1:-build}" && pwd)
 run="$build/run"
-kervd="$build/libkerv/kervd"
+kervd="$build/daemon/kervd"
 modemd_sim="$build/tools/modemd-sim/modemd-sim"
 kervctl="$build/tools/kervctl/kervctl"
 

@@ -1,0 +1,179 @@
+#include "channel_server.h"
+
+#include "csocket.h"
+#include "request_queue.h"
+#include "request.h"
+
+#include <cerrno>
+#include <cstring>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+enum srv_wait_e { SRV_READY, SRV_STOP };
+
+/* Blocks until fd has something for us or the channel is asked to close. */
+srv_wait_e wait_for(int fd) {
+    struct pollfd watched[2] = {{fd, POLLIN, 0}, {kerv_stop_line_fd(), POLLIN, 0}};
+    while (poll(watched, 2, -1) < 0 && errno == EINTR) {
+    }
+    return watched[1].revents != 0 ? SRV_STOP : SRV_READY;
+}
+
+/* Where the framer's output goes: the host it was read from. */
+struct srv_host {
+    kervInfo_t *kerv;
+    int fd;
+};
+
+void queue_line(void *ctx, const char *line, size_t line_len) {
+    auto *host = static_cast<srv_host *>(ctx);
+    KERV_DBG(" move and get cmd_buf = [%.*s]", static_cast<int>(line_len), line);
+    const kal_bool queued = srv_request_handle(host->kerv, line, line_len);
+    KERV_DBG(" command done (ret = %d)", queued);
+}
+
+void refuse_long_line(void *ctx) {
+    auto *host = static_cast<srv_host *>(ctx);
+    KERV_WARN("line longer than %d characters from fd %d", KERV_FRAME_BUF_SIZE - 2, host->fd);
+    kerv_srv_notify(host->fd, KERV_SRV_LINE_TOO_LONG);
+}
+
+constexpr kerv_framing_sink_t kQueueSink = {queue_line, refuse_long_line};
+
+/* One read from the host and the lines it completes; false at the end of the connection
+   (or when the channel was closed meanwhile). */
+bool read_pass(kervInfo_t *kerv, kerv_framing_t *framing) {
+    const int host_fd = kerv_host_fd(kerv);
+    if (wait_for(host_fd) == SRV_STOP) {
+        kerv_channel_close(kerv);
+        return false;
+    }
+    const ssize_t got = kerv_safe_read(host_fd, framing->cmd_buf + framing->cmd_buf_offset,
+                                       kerv_framing_room(framing));
+    /* The bytes just read are not NUL-terminated yet: print only what is held. */
+    const int held = framing->cmd_buf_offset + (got > 0 ? static_cast<int>(got) : 0);
+    KERV_DBG("cmd_buf=[%.*s], offset=[%d], size=[%d]", held, framing->cmd_buf,
+             framing->cmd_buf_offset, static_cast<int>(got));
+    if (got < 0) {
+        KERV_WARN("network/UART error = %s", strerror(errno));
+        KERV_PRINT("disconnect");
+        return false;
+    }
+    if (got == 0) {
+        KERV_PRINT("network/UART offline. size=[%d]", 0);
+        KERV_WARN("network/UART disconnect");
+        KERV_PRINT("disconnect");
+        return false;
+    }
+    srv_host host = {kerv, host_fd};
+    kerv_framing_feed(framing, static_cast<size_t>(got), &kQueueSink, &host);
+    return true;
+}
+
+kal_bool accept_host(kervInfo_t *kerv) {
+    const int listen_fd = SOCK_GetFd(kerv->sock);
+    if (wait_for(listen_fd) == SRV_STOP) {
+        kerv_channel_close(kerv);
+        return KAL_TRUE;
+    }
+    struct sockaddr_in peer;
+    socklen_t peer_len = sizeof(peer);
+    const int host_fd =
+        accept4(listen_fd, reinterpret_cast<struct sockaddr *>(&peer), &peer_len, SOCK_CLOEXEC);
+    KERV_PRINT("kerv->new_fd=[%d]", host_fd);
+    if (host_fd >= 0) {
+        /* An answer often takes several writes (echo and text, then the line's result);
+           none of them may wait for the host's delayed acknowledgement. */
+        const int on = 1;
+        setsockopt(host_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    }
+    kerv_set_host_fd(kerv, host_fd);
+    return KAL_TRUE;
+}
+
+void serve_channel(kervInfo_t *kerv) {
+    kerv_framing_t framing;
+    while (kerv->sock != nullptr) {
+        if (!kerv_srvStartUp(kerv)) {
+            KERV_WARN("fail to start up listen channel.");
+            break;
+        }
+        /* Bytes left unterminated by an earlier host are not joined to this host's lines. */
+        kerv_framing_reset(&framing);
+        while (kerv_host_fd(kerv) > 0 && read_pass(kerv, &framing)) {
+        }
+        if (kerv->sock == nullptr)
+            break;
+        if (kerv->channel == KERV_CHANNEL_UART) {
+            KERV_WARN("UART disconnect");
+            kerv_channel_close(kerv);
+            break;
+        }
+        kerv_host_release(kerv);
+    }
+}
+
+} // namespace
+
+kal_bool kerv_srvStartUp(kervInfo_t *kerv) {
+    KERV_FUNC(" ENTER");
+    if (kerv == nullptr) {
+        KERV_WARN("kerv is NULL");
+        return KAL_FALSE;
+    }
+    switch (kerv->channel) {
+    case KERV_CHANNEL_SOCKET:
+        return accept_host(kerv);
+    case KERV_CHANNEL_UART:
+        return KAL_TRUE;
+    default:
+        KERV_PRINT(" unknown channel id.");
+        return KAL_FALSE;
+    }
+}
+
+kal_bool srv_request_handle(kervInfo_t *kerv, const char *line, size_t line_len) {
+    KERV_FUNC(" ENTER");
+    if (kerv == nullptr) {
+        KERV_WARN("kerv is NULL");
+        return KAL_FALSE;
+    }
+    const int host_fd = kerv_host_fd(kerv);
+    if (host_fd < 0) {
+        KERV_WARN("Can't open fd : %s !!", strerror(errno));
+        return KAL_FALSE;
+    }
+    struct req *req = kerv_srv_req_create(host_fd, KERV_REQUEST_CMD_CMD, line, line_len);
+    if (req == nullptr) {
+        KERV_WARN("Can't malloc for pending req : %s !!", strerror(errno));
+        return KAL_FALSE;
+    }
+    appReqEnqueue(req);
+    KERV_FUNC(" EXIT");
+    return KAL_TRUE;
+}
+
+void *kerv_srv_thread(void *) {
+    KERV_FUNC(" START");
+    kervInfo_t *kerv;
+    while ((kerv = kervGet()) == nullptr)
+        sleep(1);
+    kerv_init();
+    if (kerv->sock == nullptr) {
+        KERV_WARN("fail to start up listen channel.");
+        KERV_PRINT("fail to start up listen channel.");
+    } else {
+        serve_channel(kerv);
+    }
+    /* The worker may still hold requests that use the instance; it releases it when it
+       reaches this notice, after all of them. */
+    kerv_srv_notify(-1, KERV_SRV_CHANNEL_CLOSED);
+    kerv_stop_line_release();
+    KERV_FUNC(" END");
+    pthread_exit(nullptr);
+}

@@ -1,0 +1,140 @@
+#include "control_handler.h"
+
+#include "csocket.h"
+#include "channel.h"
+#include "request_queue.h"
+#include "engine_entry.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+/* A client that connects and then sends nothing must not hold the control socket (and
+   with it every other local application) for ever. */
+constexpr time_t kRequestReadTimeoutSeconds = 5;
+
+constexpr int kHashResultSize = 2048;
+
+void limit_request_wait(int conn) {
+    const struct timeval timeout = {kRequestReadTimeoutSeconds, 0};
+    setsockopt(conn, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
+}
+
+void release(struct req *req) {
+    close(req->fd);
+    free_ctrl_buffer(req);
+}
+
+/* Reads and unpacks the one request of the connection; KAL_FALSE after a printed refusal. */
+kal_bool read_request(struct req *req) {
+    const ssize_t got = kerv_safe_read(req->fd, &req->request, KERV_REQUEST_WIRE_MAX);
+    if (got < 0) {
+        KERV_PRINT("Can't read request : %s !!", strerror(errno));
+        return KAL_FALSE;
+    }
+    if (kerv_unpack_request(&req->request, static_cast<int>(got)) != 0) {
+        KERV_PRINT("Can't unpack request !!");
+        return KAL_FALSE;
+    }
+    return KAL_TRUE;
+}
+
+void answer_hash(struct req *req) {
+    req->request.status = 0;
+    char result[kHashResultSize] = {};
+    char *name = req->request.arg[0];
+    const char *reply = "ERROR";
+    if (name != nullptr &&
+        rmmi_process_calcuate_cmd(req->fd, name, result, kHashResultSize - 1) == KAL_TRUE) {
+        KERV_PRINT("[%s]", result);
+        reply = result;
+    } else {
+        KERV_PRINT(" fail to caculate hash value for cmd");
+    }
+    kerv_app_reply(req, reply);
+    free_ctrl_buffer(req);
+}
+
+/* STOP and START alike. The channel is closed before the connection: when the application
+   sees the end of the connection, the channel is already closed. */
+void stop_channel(struct req *req) {
+    KERV_DBG("start to de-init");
+    kerv_deinit();
+    release(req);
+}
+
+void act_on_request(struct req *req) {
+    switch (req->request.cmd) {
+    case KERV_REQUEST_CMD_START:
+    case KERV_REQUEST_CMD_STOP:
+        stop_channel(req);
+        break;
+    case KERV_REQUEST_CMD_RELOAD:
+        KERV_DBG(" RELOAD");
+        appReqEnqueue(req);
+        break;
+    case KERV_REQUEST_CMD_CMD:
+        KERV_DBG(" HIHI CMD");
+        release(req);
+        break;
+    case KERV_REQUEST_CMD_GEN_HASH:
+        answer_hash(req);
+        break;
+    default:
+        KERV_PRINT("request_handle: request cmd is not classified");
+        release(req);
+        break;
+    }
+}
+
+} // namespace
+
+void app_request_handle(int reqfd) {
+    KERV_FUNC(" START");
+    const int conn = kerv_accept_request(reqfd);
+    if (conn < 0) {
+        KERV_PRINT("Can't accept request socket : %s !!", strerror(errno));
+        return;
+    }
+    auto *req = static_cast<struct req *>(get_ctrl_buffer(sizeof(struct req)));
+    if (req == nullptr) {
+        KERV_PRINT("Can't malloc for pending request : %s !!", strerror(errno));
+        close(conn);
+        return;
+    }
+    req->fd = conn;
+    limit_request_wait(conn);
+    if (!read_request(req)) {
+        release(req);
+        return;
+    }
+    KERV_DBG(" APP fd=[%d] in server side", conn);
+    if (req->request.type != KERV_REQUEST_TYPE_APP) {
+        KERV_PRINT("request_handle: request type is not application");
+        release(req);
+        return;
+    }
+    act_on_request(req);
+    KERV_FUNC(" END");
+}
+
+void kerv_app_reply(struct req *req, const char *text) {
+    kervRequest_t *record = &req->request;
+    /* The text may lie in the record's own buffer (a reply made from a received argument). */
+    const size_t text_len = strnlen(text, sizeof(record->buf) - 1);
+    memmove(record->buf, text, text_len);
+    record->buf[text_len] = '\0';
+    record->arg[0] = record->buf;
+    for (size_t i = 1; i < KERV_REQUEST_ARG_NUM; i++)
+        record->arg[i] = nullptr;
+    const int packed = kerv_pack_request(record);
+    KERV_DBG("kerv_pack_request ret=[%d]", packed);
+    if (packed > 0)
+        kerv_write_all(req->fd, reinterpret_cast<const char *>(record),
+                       static_cast<size_t>(packed));
+    close(req->fd);
+}

@@ -1,0 +1,133 @@
+#include "plugin_loader.h"
+
+#include "validator_registry.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t kLibPathSize = 256;
+constexpr const char *kDefaultPluginDir = "/lib/kerv_plugin";
+/* Characters of an entry name before its library name ("lib" in libcgdcont.so). */
+constexpr size_t kLibPrefixLen = 3;
+
+/* The plug-in directory in force; a heap copy kept for the life of the process. */
+char *lib_path = nullptr;
+
+/*
+ * The directory named by KERVD_PLUGIN_DIR (or the board's fixed one) as a heap string.
+ * A relative directory is made absolute: the loader changes into it before opening it.
+ */
+char *copy_plugin_dir() {
+    const char *dir = getenv("KERVD_PLUGIN_DIR");
+    if (dir == nullptr)
+        dir = kDefaultPluginDir;
+    if (dir[0] == '/')
+        return strdup(dir);
+    char cwd[PATH_MAX];
+    if (getcwd(cwd, sizeof(cwd)) == nullptr)
+        return strdup(dir);
+    const size_t size = strlen(cwd) + 1 + strlen(dir) + 1;
+    char *absolute = static_cast<char *>(malloc(size));
+    if (absolute != nullptr)
+        snprintf(absolute, size, "%s/%s", cwd, dir);
+    return absolute;
+}
+
+/* Closes the directory stream however the scan ends. */
+struct DirGuard {
+    DIR *dir;
+    explicit DirGuard(DIR *stream) : dir(stream) {}
+    ~DirGuard() {
+        if (dir != nullptr)
+            closedir(dir);
+    }
+    DirGuard(const DirGuard &) = delete;
+    DirGuard &operator=(const DirGuard &) = delete;
+};
+
+} // namespace
+
+kal_bool config_libdir(void) {
+    KERV_FUNC(" ENTER");
+    /* Loading starts from nothing, so a failure below always leaves no table. */
+    reset_validators();
+    free(lib_path);
+    lib_path = copy_plugin_dir();
+    if (lib_path == nullptr) {
+        KERV_WARN("plugin directory is not configured");
+        return KAL_TRUE;
+    }
+    if (chdir(lib_path) != 0) {
+        KERV_WARN("plugin directory is not exist (%s)", lib_path);
+        return KAL_FALSE;
+    }
+    DirGuard dir(opendir(lib_path));
+    if (dir.dir == nullptr) {
+        KERV_WARN("mini_httpd:opendir() failed: %s\n", lib_path);
+        return KAL_FALSE;
+    }
+    char lib_name[4096];
+    while (get_lib_name(dir.dir, lib_name, sizeof(lib_name)) == KAL_TRUE)
+        plugin_httpd_lib(lib_name);
+    init_validators();
+    KERV_FUNC(" EXIT");
+    return KAL_TRUE;
+}
+
+kal_bool get_lib_name(DIR *dir, char *buf, int size) {
+    KERV_FUNC("get_lib_name()");
+    for (const dirent *entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
+        const char *suffix = strstr(entry->d_name, ".so");
+        if (suffix == nullptr)
+            continue;
+        const size_t suffix_at = static_cast<size_t>(suffix - entry->d_name);
+        if (suffix_at < kLibPrefixLen) {
+            KERV_WARN("skip [%s]: no library name before .so", entry->d_name);
+            continue;
+        }
+        const size_t name_len = suffix_at - kLibPrefixLen;
+        if (size <= 0 || name_len >= static_cast<size_t>(size))
+            continue;
+        memcpy(buf, entry->d_name + kLibPrefixLen, name_len);
+        buf[name_len] = '\0';
+        return KAL_TRUE;
+    }
+    return KAL_FALSE;
+}
+
+void plugin_httpd_lib(char *lib_name) {
+    KERV_FUNC("plugin_httpd_lib()");
+    if (lib_path == nullptr) {
+        KERV_WARN("plugin directory is not configured");
+        return;
+    }
+    char path[kLibPathSize];
+    memset(path, 0, sizeof(path));
+    const int path_len = snprintf(path, sizeof(path), "%s/lib%s.so", lib_path, lib_name);
+    if (path_len < 0 || static_cast<size_t>(path_len) >= sizeof(path)) {
+        KERV_WARN("KERVLIB[%s/lib%s.so]:path longer than %d bytes, not loaded", lib_path, lib_name,
+                  static_cast<int>(sizeof(path) - 1));
+        return;
+    }
+    KERV_WARN("KERV Plug-in = %s\n", path);
+    void *handle = dlopen(path, RTLD_LAZY);
+    if (handle == nullptr) {
+        KERV_WARN("KERVLIB[%s]:can't load library!!\n", path);
+        KERV_ERR("KERVLIB[%s]:%s", path, dlerror());
+        return;
+    }
+    KERV_DBG("dlsym : rmmi_validators");
+    dlerror();
+    auto *group = static_cast<rmmi_validator_t *>(dlsym(handle, "rmmi_validators"));
+    if (dlerror() != nullptr) {
+        KERV_WARN("KERVLIB[%s]:get rmmi_validators symbol error !!\n", path);
+        group = nullptr;
+    }
+    set_validator_group(group);
+}

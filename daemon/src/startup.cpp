@@ -1,0 +1,181 @@
+#include "startup.h"
+
+#include "kal_common.h"
+#include "channel.h"
+#include "daemon_config.h"
+#include "control_handler.h"
+#include "request_queue.h"
+#include "channel_server.h"
+#include "urc_receiver.h"
+#include "request.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kControlBacklog = 5;
+
+pthread_t KervSrvThread;
+pthread_t AppReqThread;
+pthread_t KervUrcThread;
+
+/* Closes fd after a failed step of request_init; gives -1. */
+int refuse_listener(int fd, const char *what, const char *path) {
+    KERV_PRINT("Can't %s on %s : %s !!", what, path, strerror(errno));
+    close(fd);
+    return -1;
+}
+
+/* The signals the daemon handles are taken on the main thread only: the other threads block
+   them, so none of their blocking calls is ever cut short by one. */
+void block_handled_signals(int how) {
+    sigset_t handled;
+    sigemptyset(&handled);
+    sigaddset(&handled, SIGUSR1);
+    sigaddset(&handled, SIGCHLD);
+    pthread_sigmask(how, &handled, nullptr);
+}
+
+[[noreturn]] void abandon_start(const char *failure, int error, int reqfd) {
+    KERV_PRINT("%s : %s !!", failure, strerror(error));
+    kerv_deinit();
+    close(reqfd);
+    exit(-1);
+}
+
+} // namespace
+
+int request_init() {
+    const char *path = kerv_control_socket_path();
+    unlink(path);
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    if (fd < 0) {
+        KERV_PRINT("Can't create socket on %s : %s !!", path, strerror(errno));
+        return -1;
+    }
+    if (fcntl(fd, F_SETFD, FD_CLOEXEC) < 0)
+        return refuse_listener(fd, "fcntl set FD_CLOEXEC", path);
+    const int on = 1;
+    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) < 0)
+        return refuse_listener(fd, "setsockopt SO_REUSEADDR", path);
+    struct sockaddr_un address;
+    const socklen_t address_len = kerv_control_socket_addr(&address);
+    if (address_len == 0) {
+        errno = ENAMETOOLONG;
+        return refuse_listener(fd, "bind", path);
+    }
+    if (bind(fd, reinterpret_cast<struct sockaddr *>(&address), address_len) < 0)
+        return refuse_listener(fd, "bind", path);
+    if (listen(fd, kControlBacklog) < 0)
+        return refuse_listener(fd, "listen", path);
+    kerv_queue_init();
+    return fd;
+}
+
+int pidfile_acquire() {
+    const char *path = kerv_pidfile_path();
+    const int fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        KERV_PRINT("Can't open pidfile %s : %s !!", path, strerror(errno));
+        return fd;
+    }
+    lockf(fd, F_LOCK, 0);
+    return fd;
+}
+
+void pidfile_write_release(int pidfd) {
+    if (pidfd < 0)
+        return;
+    FILE *pidfile = fdopen(pidfd, "w");
+    if (pidfile == nullptr) {
+        close(pidfd);
+        return;
+    }
+    fprintf(pidfile, "%d\n", getpid());
+    fclose(pidfile);
+}
+
+void config_signal() {
+    signal(SIGUSR1, handle_debug);
+    struct sigaction child = {};
+    child.sa_handler = reapchild;
+    child.sa_flags = SA_NOCLDSTOP;
+    sigemptyset(&child.sa_mask);
+    sigaction(SIGCHLD, &child, nullptr);
+    /* A host or control client that leaves while it is answered must not end the daemon;
+       the failed write is simply ignored. */
+    signal(SIGPIPE, SIG_IGN);
+
+    unsigned long level = KAL_DBG_WARNING;
+    if (kerv_cfg_number("KERV_DEBUG", &level) == KERV_CFG_SET)
+        KERV_DBG("KERV_DEBUG is [%x]", static_cast<unsigned int>(level));
+    kal_init(static_cast<unsigned int>(level));
+}
+
+/* Signal context: only async-signal-safe calls, so the line is built by hand. */
+void handle_debug(int sig) {
+    char line[48] = "handle_debug: signal [";
+    size_t len = strlen(line);
+    char digits[12];
+    size_t digit_count = 0;
+    for (unsigned int n = static_cast<unsigned int>(sig); digit_count == 0 || n != 0; n /= 10)
+        digits[digit_count++] = static_cast<char>('0' + n % 10);
+    while (digit_count > 0)
+        line[len++] = digits[--digit_count];
+    line[len++] = ']';
+    line[len++] = '\n';
+    const int saved_errno = errno;
+    const ssize_t ignored = write(STDOUT_FILENO, line, len);
+    (void)ignored;
+    errno = saved_errno;
+}
+
+void reapchild(int) {
+    const int saved_errno = errno;
+    int status;
+    while (waitpid(-1, &status, WNOHANG) > 0) {
+    }
+    errno = saved_errno;
+}
+
+void kerv_start_threads(int reqfd) {
+    block_handled_signals(SIG_BLOCK);
+    int error = pthread_create(&KervSrvThread, nullptr, kerv_srv_thread, nullptr);
+    if (error != 0) {
+        /* Without its thread the channel was never opened: nothing to wait for. */
+        kerv_stop_line_release();
+        abandon_start("Can't create thread for receiving request", error, reqfd);
+    }
+    error = pthread_create(&AppReqThread, nullptr, kerv_request_thread, nullptr);
+    if (error != 0)
+        abandon_start("Can't create thread for processing request", error, reqfd);
+    error = pthread_create(&KervUrcThread, nullptr, kerv_urc_thread, nullptr);
+    if (error != 0)
+        abandon_start("Can't create thread for processing URC request", error, reqfd);
+    block_handled_signals(SIG_UNBLOCK);
+}
+
+void kerv_control_loop(int reqfd) {
+    for (;;) {
+        fd_set readset;
+        fd_set writeset;
+        FD_ZERO(&readset);
+        FD_ZERO(&writeset);
+        FD_SET(reqfd, &readset);
+        if (select(reqfd + 1, &readset, &writeset, nullptr, nullptr) <= 0)
+            continue;
+        if (FD_ISSET(reqfd, &readset))
+            app_request_handle(reqfd);
+    }
+}
