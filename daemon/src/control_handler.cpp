@@ -6,27 +6,21 @@
 #include "host_output.h"
 #include "request_queue.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
 
-/* A client that connects and then sends nothing must not hold the control socket (and
-   with it every other local application) for ever. */
-constexpr time_t kRequestReadTimeoutSeconds = 5;
-
 constexpr int kHashResultSize = 2048;
 
-void limit_request_wait(int conn) {
-    const struct timeval timeout = {kRequestReadTimeoutSeconds, 0};
-    setsockopt(conn, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
-}
+/* Control connections open: waiting for their request on the main thread, or handed to
+   the worker with a RELOAD. Changed by the main thread and (closing) the worker. */
+std::atomic<int> open_conns{0};
 
 void release(struct req *req) {
-    close(req->fd);
+    kerv_control_close(req->fd);
     kerv_req_free(req);
 }
 
@@ -94,20 +88,28 @@ void act_on_request(struct req *req) {
 
 } // namespace
 
-void app_request_handle(int reqfd) {
+kal_bool kerv_control_admit() {
+    int open = open_conns.load();
+    do {
+        if (open >= KERV_CONTROL_MAX_CONNS)
+            return KAL_FALSE;
+    } while (!open_conns.compare_exchange_weak(open, open + 1));
+    return KAL_TRUE;
+}
+
+void kerv_control_close(int conn) {
+    close(conn);
+    open_conns.fetch_sub(1);
+}
+
+void kerv_app_request_serve(int conn) {
     KERV_FUNC(" START");
-    const int conn = kerv_accept_request(reqfd);
-    if (conn < 0) {
-        KERV_PRINT("Can't accept request socket : %s !!", strerror(errno));
-        return;
-    }
     struct req *req = kerv_req_create_control(conn);
     if (req == nullptr) {
         KERV_PRINT("Can't malloc for pending request : %s !!", strerror(errno));
-        close(conn);
+        kerv_control_close(conn);
         return;
     }
-    limit_request_wait(conn);
     if (!read_request(req)) {
         release(req);
         return;
@@ -136,5 +138,5 @@ void kerv_app_reply(struct req *req, const char *text) {
     if (packed > 0)
         kerv_write_all(req->fd, reinterpret_cast<const char *>(record),
                        static_cast<size_t>(packed));
-    close(req->fd);
+    kerv_control_close(req->fd);
 }
