@@ -4,32 +4,22 @@
  * close the command channel, GEN_HASH is answered at once, RELOAD passes to the request
  * worker, which answers it; everything else is refused by closing the connection.
  *
- * Control connections are bounded: at most KERV_CONTROL_MAX_CONNS are open at once,
- * counting those that wait for their request and those whose RELOAD waits for the worker.
- * Each one is closed through kerv_control_close, by the main thread or (RELOAD) the worker.
+ * RELOADs waiting for the worker hold their connections; at most KERV_CONTROL_MAX_HELD of
+ * them at once (a busy worker must not let them use up the daemon's descriptors). Beyond
+ * that a RELOAD is refused by closing its connection; GEN_HASH and STOP are still served.
  */
 #ifndef KERV_CONTROL_H
 #define KERV_CONTROL_H
 
-#include "kal_common.h"
-
 struct req;
 
-enum { KERV_CONTROL_MAX_CONNS = 16 };
+enum { KERV_CONTROL_MAX_HELD = 8 };
 
-/* Counts in a connection just accepted; KAL_FALSE, nothing counted, when the bound is
-   reached (the caller closes it at once). */
-kal_bool kerv_control_admit();
-/* Closes an admitted connection. */
-void kerv_control_close(int conn);
-/* Reads the request that has arrived on the admitted connection conn and acts on it. */
+/* Reads the request that has arrived on the connection conn and acts on it. */
 void kerv_app_request_serve(int conn);
 
-/*
- * Answers an application's request on req->fd with its own record, argument 0 now text and
- * no other argument, packed; then closes the connection. The element stays the caller's.
- * Main thread (GEN_HASH) and request worker (RELOAD).
- */
-void kerv_app_reply(struct req *req, const char *text);
+/* The worker's answer to a RELOAD it has carried out: the reply, then the connection is
+   closed and its place among the held ones freed. The element stays the caller's. */
+void kerv_app_reload_reply(struct req *req);
 
 #endif /* KERV_CONTROL_H */

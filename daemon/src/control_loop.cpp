@@ -2,6 +2,7 @@
 
 #include "control_handler.h"
 #include "daemon_config.h"
+#include "kal_common.h"
 #include "request.h"
 
 #include <cerrno>
@@ -9,7 +10,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace {
@@ -22,7 +22,7 @@ struct waiting_conn {
     int fd;
     long long deadline_ms;
 };
-waiting_conn waiting[KERV_CONTROL_MAX_CONNS];
+waiting_conn waiting[KERV_CONTROL_MAX_WAITING];
 int waiting_count = 0;
 
 /* A descriptor held in reserve: out of descriptors, it is given up for a moment to take
@@ -34,12 +34,6 @@ bool out_of_fds = false;
 bool at_bound = false;
 /* While descriptors are short and none could be freed, the listener rests until then. */
 long long listen_resume_ms = 0;
-
-long long now_ms() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
-}
 
 void forget_waiting(int index) {
     waiting[index] = waiting[--waiting_count];
@@ -64,12 +58,13 @@ void refuse_for_lack_of_fds(int reqfd, int error) {
         if (conn >= 0)
             return;
     }
-    listen_resume_ms = now_ms() + kAcceptRetryMs;
+    listen_resume_ms = kerv_now_ms() + kAcceptRetryMs;
 }
 
 void refuse_beyond_bound(int conn) {
     if (!at_bound)
-        KERV_WARN("%d control connections open: refusing more", KERV_CONTROL_MAX_CONNS);
+        KERV_WARN("%d control connections wait for their request: refusing more",
+                  KERV_CONTROL_MAX_WAITING);
     at_bound = true;
     close(conn);
 }
@@ -94,7 +89,7 @@ void serve_waiting(const struct pollfd *ready, long long now) {
         } else if (waiting[i].deadline_ms <= now) {
             forget_waiting(i);
             KERV_PRINT("Can't read request : %s !!", strerror(ETIMEDOUT));
-            kerv_control_close(conn);
+            close(conn);
         }
     }
 }
@@ -112,12 +107,12 @@ void app_request_handle(int reqfd) {
     }
     out_of_fds = false;
     take_spare();
-    if (!kerv_control_admit()) {
+    if (waiting_count == KERV_CONTROL_MAX_WAITING) {
         refuse_beyond_bound(conn);
         return;
     }
     at_bound = false;
-    waiting[waiting_count++] = {conn, now_ms() + kerv_control_timeout_ms()};
+    waiting[waiting_count++] = {conn, kerv_now_ms() + kerv_control_timeout_ms()};
 }
 
 void kerv_control_loop(int reqfd) {
@@ -125,15 +120,15 @@ void kerv_control_loop(int reqfd) {
     for (;;) {
         /* Entry 0 is the listener (ignored by poll while it rests), then one per waiting
            connection, in the order of waiting[]. */
-        struct pollfd watched[1 + KERV_CONTROL_MAX_CONNS];
-        const long long now = now_ms();
+        struct pollfd watched[1 + KERV_CONTROL_MAX_WAITING];
+        const long long now = kerv_now_ms();
         watched[0] = {listen_resume_ms > now ? -1 : reqfd, POLLIN, 0};
         for (int i = 0; i < waiting_count; i++)
             watched[1 + i] = {waiting[i].fd, POLLIN, 0};
         const int ready = poll(watched, 1 + waiting_count, poll_timeout(now));
         if (ready < 0)
             continue;
-        serve_waiting(watched + 1, now_ms());
+        serve_waiting(watched + 1, kerv_now_ms());
         if ((watched[0].revents & POLLIN) != 0)
             app_request_handle(reqfd);
     }

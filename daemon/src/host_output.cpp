@@ -8,18 +8,11 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <termios.h>
-#include <time.h>
 
 namespace {
 
 /* The host connection cut off for not reading, until the worker closes it. Worker only. */
 int cut_off_fd = -1;
-
-long long now_ms() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
-}
 
 /* Gives up on a host that took nothing for the stall time. */
 void give_up(int fd, int stall_ms) {
@@ -46,33 +39,36 @@ void kerv_write_all(int fd, const void *buf, size_t len) {
 }
 
 /*
+ * One write hands over one answer or URC, about a kilobyte at most. A host that has not
+ * taken it within the stall time is given up: counting any byte taken as progress would
+ * not do, since a peer that reads nothing still lets a few bytes in now and then while
+ * the kernel compacts its buffers, and would hold the worker for many times the stall.
  * A TCP host's socket carries a send time-out of the stall time, so a blocked write
- * returns when it made no progress for that long; the serial device is non-blocking, so
- * its writes wait in poll. Either way the stall is measured from the last byte taken.
+ * returns by then; the serial device is non-blocking and its writes wait in poll.
  */
 void kerv_host_write(int fd, const void *buf, size_t len) {
     if (fd == cut_off_fd)
         return;
     static const int stall_ms = kerv_host_stall_ms();
     const char *next = static_cast<const char *>(buf);
-    long long progress_at = now_ms();
+    const long long started = kerv_now_ms();
     while (len > 0) {
         const ssize_t written = kerv_safe_write(fd, next, len);
         if (written > 0) {
             next += written;
             len -= static_cast<size_t>(written);
-            progress_at = now_ms();
-            continue;
-        }
-        if (written == 0 || (errno != EAGAIN && errno != EWOULDBLOCK))
+        } else if (written == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
             return;
-        const long long waited = now_ms() - progress_at;
-        if (waited >= stall_ms) {
+        }
+        const long long waited = kerv_now_ms() - started;
+        if (len > 0 && waited >= stall_ms) {
             give_up(fd, stall_ms);
             return;
         }
-        struct pollfd room = {fd, POLLOUT, 0};
-        poll(&room, 1, static_cast<int>(stall_ms - waited));
+        if (written <= 0) {
+            struct pollfd room = {fd, POLLOUT, 0};
+            poll(&room, 1, static_cast<int>(stall_ms - waited));
+        }
     }
 }
 

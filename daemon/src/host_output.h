@@ -4,11 +4,11 @@
  * output writer. Request worker only, apart from kerv_write_all.
  *
  * A host that stops reading must not hold the worker (and with it RELOAD, URCs and the
- * next host): a write that makes no progress for the stall time (kerv_host_stall_ms) gives
- * up. A TCP host is then cut off: its connection is shut down, so the channel server
- * thread sees it end, and the lines it still has queued are dropped (kerv_host_cut_off).
- * The serial device is never given up (it is the channel itself): its unsent output is
- * discarded and later answers are written again as the device takes them.
+ * next host): a write that the host has not taken within the stall time
+ * (kerv_host_stall_ms) gives up. A TCP host is then cut off: its connection is shut down, so the
+ * channel server thread sees it end, and the lines it still has queued are dropped
+ * (kerv_host_cut_off). The serial device is never given up (it is the channel itself): its unsent
+ * output is discarded and later answers are written again as the device takes them.
  */
 #ifndef KERV_HOST_OUTPUT_H
 #define KERV_HOST_OUTPUT_H

@@ -7,16 +7,18 @@
 #include "host_output.h"
 #include "request_queue.h"
 
+#include <climits>
 #include <unistd.h>
 
 namespace {
 
 constexpr char kErrorResult[] = "\r\nERROR\r\n";
-constexpr char kReloadReply[] = "RELOAD...";
 
 struct worker_state {
-    kervInfo_t *kerv;         /* null once the channel has been released */
-    kal_uint32 dropped_lines; /* lines of the cut-off host not run */
+    kervInfo_t *kerv;           /* null once the channel has been released */
+    kal_uint32 dropped_lines;   /* lines of the cut-off host not run */
+    kal_uint32 dropped_urcs;    /* URCs dropped and not yet reported */
+    long long urcs_reported_ms; /* when dropped URCs were last reported */
 };
 
 /* A URC goes to the host connected at the moment it is written; with no host it is
@@ -31,11 +33,16 @@ void write_urc(const worker_state *worker, const struct req *req) {
     kerv_host_write(host_fd, req->text, req->text_len);
 }
 
-/* One warning for a whole run of dropped URCs, once the run is over. */
-void report_dropped_urcs() {
-    const kal_uint32 dropped = kerv_queue_take_dropped_urcs();
-    if (dropped > 0)
-        KERV_WARN("%u URCs dropped: the host took them slower than they came", dropped);
+/* Drops come in floods: one warning, with the count, at most every kUrcReportMs. */
+void report_dropped_urcs(worker_state *worker) {
+    constexpr long long kUrcReportMs = 10000;
+    worker->dropped_urcs += kerv_queue_take_dropped_urcs();
+    const long long now = kerv_now_ms();
+    if (worker->dropped_urcs == 0 || now - worker->urcs_reported_ms < kUrcReportMs)
+        return;
+    KERV_WARN("%u URCs dropped: the host took them slower than they came", worker->dropped_urcs);
+    worker->dropped_urcs = 0;
+    worker->urcs_reported_ms = now;
 }
 
 void run_line(worker_state *worker, const struct req *req) {
@@ -68,11 +75,11 @@ void run_request(worker_state *worker, struct req *req) {
         break;
     case KERV_WORK_URC:
         write_urc(worker, req);
-        report_dropped_urcs();
+        report_dropped_urcs(worker);
         break;
     case KERV_WORK_CONTROL:
         kerv_info_reload(worker->kerv);
-        kerv_app_reply(req, kReloadReply);
+        kerv_app_reload_reply(req);
         break;
     case KERV_WORK_HOST_CLOSED:
         close_host(worker, req->fd);
@@ -88,7 +95,7 @@ void run_request(worker_state *worker, struct req *req) {
 
 void *kerv_request_thread(void *) {
     KERV_FUNC(" START");
-    worker_state worker = {kervGet(), 0};
+    worker_state worker = {kervGet(), 0, 0, LLONG_MIN / 2};
     if (worker.kerv == nullptr) {
         KERV_WARN(" no kerv");
         return nullptr;
