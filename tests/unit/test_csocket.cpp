@@ -10,35 +10,20 @@
 
 namespace {
 
-unsigned short bound_port(void *handle) {
+struct sockaddr_in bound(void *handle) {
     struct sockaddr_in addr {};
     socklen_t len = sizeof(addr);
     getsockname(SOCK_GetFd(handle), reinterpret_cast<struct sockaddr *>(&addr), &len);
-    return ntohs(addr.sin_port);
+    return addr;
 }
-
-in_addr_t bound_address(void *handle) {
-    struct sockaddr_in addr {};
-    socklen_t len = sizeof(addr);
-    getsockname(SOCK_GetFd(handle), reinterpret_cast<struct sockaddr *>(&addr), &len);
-    return addr.sin_addr.s_addr;
+unsigned short bound_port(void *handle) {
+    return ntohs(bound(handle).sin_port);
 }
 
 std::string receive(void *handle) {
     char buf[32] = {};
     const int n = SOCK_Recv(handle, buf, sizeof(buf));
     return n < 0 ? "<error>" : std::string(buf, static_cast<size_t>(n));
-}
-
-TEST(Socket, NullHandlesAreRefused) {
-    char buf[4] = {};
-    void *copy = nullptr;
-    EXPECT_EQ(SOCK_GetFd(nullptr), -1);
-    EXPECT_EQ(SOCK_Close(nullptr), -1);
-    EXPECT_EQ(SOCK_Copy(nullptr, &copy), -1);
-    EXPECT_EQ(SOCK_Recv(nullptr, buf, 4), -1);
-    EXPECT_EQ(SOCK_FRecv(nullptr, buf, 4), -1);
-    EXPECT_EQ(SOCK_Send(nullptr, buf, 4), -1);
 }
 
 TEST(Socket, ListenBindsLoopbackOnOddFlagsAndFailuresLeakNothing) {
@@ -52,7 +37,7 @@ TEST(Socket, ListenBindsLoopbackOnOddFlagsAndFailuresLeakNothing) {
     for (const auto &c : cases) {
         void *sock = SOCK_Listen(0, c.type, c.flag);
         ASSERT_NE(sock, nullptr);
-        EXPECT_EQ(bound_address(sock), c.addr) << c.type << "/" << c.flag;
+        EXPECT_EQ(bound(sock).sin_addr.s_addr, c.addr) << c.type << "/" << c.flag;
         EXPECT_EQ(SOCK_Close(sock), 0);
     }
     const int before = rmmi_test::open_fd_count();
@@ -64,34 +49,23 @@ TEST(Socket, ListenBindsLoopbackOnOddFlagsAndFailuresLeakNothing) {
     EXPECT_EQ(rmmi_test::open_fd_count(), before);
 }
 
-TEST(Socket, TcpReceiveUntilFullGathersReadsAndStopsAtPeerEnd) {
+TEST(Socket, TcpReceiveUntilFullGathersReadsAndAVanishedPeerRaisesNoSigpipe) {
     void *server = SOCK_Listen(0, SOCKET_TYPE_TCP, SOCKET_FLAG_LOCAL_ONLY);
     void *client = SOCK_Connect("127.0.0.1", bound_port(server), SOCKET_TYPE_TCP);
     ASSERT_NE(client, nullptr);
     const int host = accept(SOCK_GetFd(server), nullptr, nullptr);
-    EXPECT_EQ(SOCK_Send(client, "AT+CSQ\r", 7), 7);
-    char buf[16] = {};
-    ASSERT_EQ(read(host, buf, sizeof(buf)), 7);
-
     ASSERT_EQ(write(host, "\r\nOK", 4), 4);
     std::thread later([host] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         EXPECT_EQ(write(host, "\r\n+CSQ:", 7), 7);
     });
+    char buf[16] = {};
     EXPECT_EQ(SOCK_FRecv(client, buf, 10), 10);
     EXPECT_EQ(std::string(buf, 10), "\r\nOK\r\n+CSQ");
     later.join();
     close(host);
     EXPECT_EQ(SOCK_FRecv(client, buf, 8), 1) << "the peer ended: what came is returned";
-    SOCK_Close(client);
-    SOCK_Close(server);
-}
 
-TEST(Socket, WritesToAVanishedPeerFailInsteadOfRaisingSigpipe) {
-    void *server = SOCK_Listen(0, SOCKET_TYPE_TCP, SOCKET_FLAG_LOCAL_ONLY);
-    void *client = SOCK_Connect("127.0.0.1", bound_port(server), SOCKET_TYPE_TCP);
-    ASSERT_NE(client, nullptr);
-    close(accept(SOCK_GetFd(server), nullptr, nullptr));
     /* SIGPIPE keeps its default action here: if it were raised, the test program would end. */
     static char chunk[65536];
     int sent = static_cast<int>(sizeof(chunk));
