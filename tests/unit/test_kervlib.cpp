@@ -79,11 +79,6 @@ class Loader : public testing::Test {
     char saved_cwd[PATH_MAX];
 };
 
-TEST_F(Loader, EmptyDirectoryBuildsAnEmptyTable) {
-    EXPECT_EQ(config_libdir(), KAL_TRUE);
-    EXPECT_EQ(lookup("+alpha"), nullptr);
-}
-
 TEST_F(Loader, LibrariesAreOpenedByTheNameBetweenPrefixAndSo) {
     add_plugin("libalpha.so", "libalpha.so");
     add_plugin("libbeta.so", "libbeta.so.2"); /* opened as libbeta.so, which is missing */

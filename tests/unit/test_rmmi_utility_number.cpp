@@ -66,32 +66,6 @@ TEST(IntegerValidators, CursorStopsAtTheLastPositionOfAnOverlongText) {
     EXPECT_EQ(f.cursor.index, 0xFFFF);
 }
 
-TEST(ExtractNumber, SixteenBitValueOutcomeAndCursor) {
-    const struct {
-        const char *text;
-        kal_uint32 max;
-        bool ext; /* rmmi_extract_number_ext with delimiter2 CR */
-        kal_uint32 value;
-        rmmi_validator_cause_enum result;
-        kal_uint16 index;
-    } cases[] = {
-        {"1", 1, false, 1, RMMI_PARSE_OK, 1}, {"2", 1, false, 0, RMMI_PARSE_ERROR, 0},
-        {" 5", 9, false, 0, RMMI_PARSE_NOT_FOUND, 0}, {"65536", 100000, false, 0, RMMI_PARSE_OK, 5},
-        {"1 \r", 1, true, 1, RMMI_PARSE_OK, 2},       {"1x", 1, true, 1, RMMI_PARSE_ERROR, 1},
-    };
-    for (const auto &c : cases) {
-        cursor_fixture f(c.text);
-        rmmi_validator_cause_enum result = RMMI_PARSE_TEXT_TOO_LONG;
-        testing::internal::CaptureStdout(); /* it prints every digit whatever the level */
-        const kal_uint32 value = c.ext ? rmmi_extract_number_ext(&f.cursor, &result, c.max, '\r')
-                                       : rmmi_extract_number(&f.cursor, &result, c.max);
-        testing::internal::GetCapturedStdout();
-        EXPECT_EQ(value, c.value) << c.text;
-        EXPECT_EQ(result, c.result) << c.text;
-        EXPECT_EQ(f.cursor.index, c.index) << c.text;
-    }
-}
-
 TEST(ExtractNumberString, CopiesDialDigitsUpToDelimiterOrLength) {
     const struct {
         const char *text;

@@ -1,6 +1,6 @@
 /*
  * Helpers shared by the unit tests of the pure modules: a private temporary directory,
- * descriptor counting and exhaustion, and exactly sized texts and buffers for the toolkit.
+ * descriptor exhaustion, and exactly sized texts and buffers for the toolkit.
  */
 #ifndef TEST_SUPPORT_H
 #define TEST_SUPPORT_H
@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -19,15 +18,6 @@
 #include <vector>
 
 namespace rmmi_test {
-
-inline int open_fd_count() {
-    int count = 0;
-    DIR *dir = opendir("/proc/self/fd");
-    while (readdir(dir) != nullptr)
-        count++;
-    closedir(dir);
-    return count;
-}
 
 /* While it lives, the process cannot open another descriptor. */
 struct NoFreeDescriptors {
