@@ -41,23 +41,6 @@ TEST(KervctlAnswer, FinalResultCodeLineEndsTheAnswer) {
     }
 }
 
-TEST(KervctlAnswer, AnswerSplitAcrossReadsIsRecognisedAtEveryCut) {
-    const std::string answer = "ATI\r\r\nModel 7\r\n\r\n+CME ERROR: 10\r\n";
-    for (size_t cut = 0; cut <= answer.size(); cut++) {
-        kervctl_answer_scan_t scan;
-        kervctl_answer_reset(&scan);
-        size_t used = 0, total = 0;
-        kervctl_answer_e result = kervctl_answer_feed(&scan, answer.data(), cut, &used);
-        if (result == PENDING) {
-            total = used;
-            result = kervctl_answer_feed(&scan, answer.data() + cut, answer.size() - cut, &used);
-        }
-        EXPECT_EQ(result, FAILED) << cut;
-        /* A cut between "\r" and "\n" leaves the line feed for what follows. */
-        EXPECT_EQ(total + used, cut == answer.size() - 1 ? cut : answer.size()) << cut;
-    }
-}
-
 TEST(KervctlAnswer, CommandCountFollowsSeparatorsOutsideQuotes) {
     EXPECT_EQ(kervctl_line_command_count("AT+CSQ"), 1);
     EXPECT_EQ(kervctl_line_command_count("ATE0;V1;+CMGS=\"a;b\""), 3);

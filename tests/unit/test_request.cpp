@@ -63,9 +63,12 @@ TEST(RequestPack, HeaderChecksRunInOrderWithTheirCodes) {
         u_int16_t type, cmd;
         int pack_code, unpack_code;
     } cases[] = {
-        {KERV_REQUEST_MAGIC, 1, 5, 52, 0},  {0x43574D51, 0, 0, -1, -2},
-        {0, 2, 6, -1, -2},                  {KERV_REQUEST_MAGIC, 2, 6, -2, -3},
-        {KERV_REQUEST_MAGIC, 0xFFFF, 0, -2, -3}, {KERV_REQUEST_MAGIC, 1, 6, -3, -4},
+        {KERV_REQUEST_MAGIC, 1, 5, 52, 0},
+        {0x43574D51, 0, 0, -1, -2},
+        {0, 2, 6, -1, -2},
+        {KERV_REQUEST_MAGIC, 2, 6, -2, -3},
+        {KERV_REQUEST_MAGIC, 0xFFFF, 0, -2, -3},
+        {KERV_REQUEST_MAGIC, 1, 6, -3, -4},
     };
     for (const auto &c : cases) {
         kervRequest_t req = make_request(c.type, c.cmd);

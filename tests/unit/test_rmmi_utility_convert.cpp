@@ -5,24 +5,6 @@ namespace {
 using namespace rmmi_test;
 using bytes = std::vector<kal_uint8>;
 
-TEST(Printing, ZeroPairsEndHexTextAndDottedDecimalStopsPastSixteenCharacters) {
-    const bytes val = {0x41, 0x00, 0x42, 0x00, 0x00, 0x00};
-    char str[32];
-    print_hex_value(val.data(), str);
-    EXPECT_STREQ(str, "410042");
-    rmmi_print_ucs2(reinterpret_cast<const kal_wchar *>(val.data()), str);
-    EXPECT_STREQ(str, "41004200") << "only a zero pair at an even position ends it";
-    print_hex_value_ext(val.data(), str, 3);
-    EXPECT_STREQ(str, "410042");
-
-    const bytes hundreds(8, 100);
-    rmmi_value2string(str, hundreds.data(), 8);
-    EXPECT_STREQ(str, "100.100.100.100.100");
-    char untouched[4] = "xyz";
-    rmmi_value2string(untouched, hundreds.data(), 0);
-    EXPECT_STREQ(untouched, "xyz");
-}
-
 TEST(TextCopies, OddLengthsAndLongTextsStayInBounds) {
     bytes val = {0x00, 0x41, 0x00, 0x42};
     rmmi_byte_order_reverse(val.data(), 3);

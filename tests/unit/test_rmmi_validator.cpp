@@ -18,8 +18,8 @@ kal_bool answer_with_mode(rmmi_string_struct *cmd, char *out, int *out_len) {
     seen = {reinterpret_cast<char *>(cmd->string_ptr),
             cmd->ip_string != nullptr ? reinterpret_cast<char *>(cmd->ip_string) : "<null>",
             cmd->index, cmd->cmd_mode, *out_len};
-    *out_len = snprintf(out, static_cast<size_t>(*out_len), "\r\n+KTEST: %d\r\n\r\nOK\r\n",
-                        cmd->cmd_mode);
+    *out_len =
+        snprintf(out, static_cast<size_t>(*out_len), "\r\n+KTEST: %d\r\n\r\nOK\r\n", cmd->cmd_mode);
     return KAL_TRUE;
 }
 
@@ -33,8 +33,10 @@ kal_bool overflow_claim(rmmi_string_struct *, char *out, int *out_len) {
 char ktest[] = "+ktest", knull[] = "+knull", kfill[] = "+kfill";
 char ktest_range[] = "+KTEST: (0-1)";
 rmmi_validator_t group[] = {
-    {ktest, 0, 0, ktest_range, answer_with_mode}, {knull, 0, 0, nullptr, answer_with_mode},
-    {kfill, 0, 0, nullptr, overflow_claim},       {nullptr, 0, 0, nullptr, nullptr},
+    {ktest, 0, 0, ktest_range, answer_with_mode},
+    {knull, 0, 0, nullptr, answer_with_mode},
+    {kfill, 0, 0, nullptr, overflow_claim},
+    {nullptr, 0, 0, nullptr, nullptr},
 };
 
 class Validators : public rmmi_test::EngineTest {

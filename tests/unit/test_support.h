@@ -60,10 +60,6 @@ inline std::vector<kal_uint8> text_bytes(const std::string &s) {
     return bytes;
 }
 
-inline std::string as_string(const kal_uint8 *bytes) {
-    return reinterpret_cast<const char *>(bytes);
-}
-
 /* A command text and a cursor over it. */
 struct cursor_fixture {
     std::vector<kal_uint8> text;
