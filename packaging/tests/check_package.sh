@@ -89,15 +89,20 @@ kervd_pid=$(head -n1 "$KERVD_PID_FILE" 2>/dev/null || true)
 [ -n "$kervd_pid" ] || fail "kervd wrote no pid: $(cat "$work/kervd.log")"
 
 # The pid file comes before the channel listens: retry while kervctl cannot connect (2).
+# kervctl prints each line's whole answer: a multi-command line's two relayed answers and
+# its own OK, the plug-in's answer, and the last line's ERROR, which fails the run (1).
 for _ in $(seq 100); do
   status=0
-  "$@" "$kervctl" --timeout 60 --port "$port" at AT+CSQ 'AT+CGDCONT=?' > "$work/answer" 2>&1 \
-    || status=$?
+  "$@" "$kervctl" --port "$port" at 'AT+CSQ;+CREG?' 'AT+CGDCONT=?' 'AT+KNEWB?' \
+    > "$work/answer" 2>&1 || status=$?
   [ "$status" = 2 ] || break
   sleep 0.1
 done
-[ "$status" = 0 ] || fail "kervctl at ($status): $(cat "$work/answer" "$work/kervd.log")"
-grep -q '^+CSQ: ' "$work/answer" || fail "AT+CSQ not answered: $(cat "$work/answer")"
-grep -q '^+CGDCONT: (1-15)' "$work/answer" \
-  || fail "the example plug-in did not answer: $(cat "$work/answer"; cat "$work/kervd.log")"
+answer() { fail "$1: $(cat "$work/answer" "$work/kervd.log")"; }
+[ "$status" = 1 ] || answer "kervctl at ended with $status"
+grep -q '^+CSQ: ' "$work/answer" || answer "AT+CSQ not answered"
+grep -q '^+CGDCONT: (1-15)' "$work/answer" || answer "the example plug-in did not answer"
+[ "$(grep -c "^OK$(printf '\r')\$" "$work/answer")" = 4 ] || answer "not every OK came"
+[ "$(tail -c 20 "$work/answer")" = "$(printf 'AT+KNEWB?\r\r\nERROR\r\n')" ] \
+  || answer "the last line's answer is not the last thing printed"
 echo "$arch packages: contents checked; the unpacked kervd loads its plug-in and answers AT+CSQ"
