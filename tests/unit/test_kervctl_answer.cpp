@@ -6,16 +6,13 @@
 
 namespace {
 
-struct AnswerCase {
-    const char *name;
-    std::string bytes;
-    kervctl_answer_e result;
-    size_t used; /* bytes that belong to the answer */
-};
-
-TEST(KervctlAnswer, FinalResultCodeEndsTheAnswer) {
-    const AnswerCase cases[] = {
-        {"verbose OK", "\r\nOK\r\n", KERVCTL_ANSWER_OK, 6},
+TEST(KervctlAnswer, FinalResultCodeLineEndsTheAnswer) {
+    const struct {
+        const char *name;
+        std::string bytes;
+        kervctl_answer_e result;
+        size_t used; /* bytes that belong to the answer */
+    } cases[] = {
         {"echo, response, OK", "AT+CSQ\r\r\n+CSQ: 20,99\r\n\r\nOK\r\n", KERVCTL_ANSWER_OK, 28},
         {"error", "\r\nERROR\r\n", KERVCTL_ANSWER_FAILED, 9},
         {"cme error with cause", "\r\n+CME ERROR: 603\r\n", KERVCTL_ANSWER_FAILED, 19},
@@ -30,11 +27,11 @@ TEST(KervctlAnswer, FinalResultCodeEndsTheAnswer) {
         {"text starting like a final code", "\r\nOKAY\r\nERRORS\r\n40\r\n", KERVCTL_ANSWER_PENDING,
          20},
         {"cme error without a cause", "\r\n+CME ERROR:\r\n", KERVCTL_ANSWER_PENDING, 15},
-        {"lower case is not a final code", "\r\nok\r\n", KERVCTL_ANSWER_PENDING, 6},
+        {"lower case", "\r\nok\r\n", KERVCTL_ANSWER_PENDING, 6},
         {"an overlong line ending in OK", "\r\n" + std::string(40, 'x') + "OK\r\n",
          KERVCTL_ANSWER_PENDING, 46},
     };
-    for (const AnswerCase &c : cases) {
+    for (const auto &c : cases) {
         kervctl_answer_scan_t scan;
         kervctl_answer_reset(&scan);
         size_t used = 12345;
@@ -77,6 +74,7 @@ TEST(KervctlAnswer, LinePlanFollowsTheDaemonsSplitting) {
         {"AT+CSQ;+CREG?", 1, 2, KERVCTL_LINE_RESULT_FOLLOWS},
         {"ATE0 ; V1;+CSQ", 1, 3, KERVCTL_LINE_RESULT_FOLLOWS},
         {"AT+CMGS=\"a;b\";+CSQ", 1, 2, KERVCTL_LINE_RESULT_FOLLOWS},
+        {"AT+X=\"open;", 1, 1, KERVCTL_LINE_RESULT_NONE},
         {"ATE0;", 1, 1, KERVCTL_LINE_RESULT_NONE},
         /* Nothing is written for a line without "A" followed by "T". */
         {"hello", 0, 0, KERVCTL_LINE_RESULT_NONE},
