@@ -57,6 +57,23 @@ done
 [ -n "$plugin" ] || fail "the example plug-in is not in the runtime package"
 [ "$(stat -c %a "$kervd")" = 755 ] && [ "$(stat -c %a "$plugin")" = 644 ] || fail "file modes"
 
+# The unit, with its programs taken from the unpacked root: clean for systemd, and its
+# sandbox exposes little (systemd-analyze's exposure score at most 5.0).
+unit=$(find "$root" -name kervd.service)
+[ -n "$unit" ] || fail "the systemd unit is not in the runtime package"
+if command -v systemd-analyze >/dev/null; then
+  mkdir "$work/unit"
+  sed -e "s|^\(Exec[A-Za-z]*=-*\)\(/usr/[^ ]*\)|\1$root\2|" "$unit" > "$work/unit/kervd.service"
+  verdict=$(systemd-analyze verify "$work/unit/kervd.service" 2>&1) \
+    && [ -z "$verdict" ] || fail "systemd-analyze verify: $verdict"
+  exposure=$(systemd-analyze security --offline=true "$work/unit/kervd.service" 2>&1 |
+             sed -n 's/.*Overall exposure level for kervd.service: \([0-9.]*\).*/\1/p')
+  awk -v e="$exposure" 'BEGIN { exit !(e != "" && e <= 5.0) }' \
+    || fail "the unit's exposure is '$exposure', above 5.0"
+else
+  echo "systemd-analyze is not installed: the unit is not checked"
+fi
+
 "$@" "$sim" --port 0 > "$work/sim.log" 2>&1 &
 sim_pid=$!
 for _ in $(seq 100); do
@@ -103,6 +120,6 @@ answer() { fail "$1: $(cat "$work/answer" "$work/kervd.log")"; }
 grep -q '^+CSQ: ' "$work/answer" || answer "AT+CSQ not answered"
 grep -q '^+CGDCONT: (1-15)' "$work/answer" || answer "the example plug-in did not answer"
 [ "$(grep -c "^OK$(printf '\r')\$" "$work/answer")" = 4 ] || answer "not every OK came"
-[ "$(tail -c 20 "$work/answer")" = "$(printf 'AT+KNEWB?\r\r\nERROR\r\n')" ] \
+[ "$(tail -c 19 "$work/answer")" = "$(printf 'AT+KNEWB?\r\r\nERROR\r\n')" ] \
   || answer "the last line's answer is not the last thing printed"
 echo "$arch packages: contents checked; the unpacked kervd loads its plug-in and answers AT+CSQ"
