@@ -2,11 +2,12 @@
 # everything and runs every test.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
 TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc)
 CTEST_ARGS ?= --output-on-failure -j $(JOBS)
 
-.PHONY: all build test test-asan test-tsan run bench format clean
+.PHONY: all build test test-asan test-tsan run bench format clean fuzz soak
 
 all: build
 
@@ -32,6 +33,17 @@ test-tsan:
 	cmake --build $(TSAN_BUILD) -j $(JOBS)
 	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir $(TSAN_BUILD) $(CTEST_ARGS)
 
+# Every fuzz target for FUZZ_SECONDS (default 60) in turn, in a Clang build with the whole
+# project instrumented; FUZZ_TARGETS picks some. Figures per target on the last lines.
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS ?= $(notdir $(wildcard fuzz/corpus/*))
+fuzz:
+	@command -v clang++ >/dev/null || { echo "make fuzz needs Clang and libFuzzer:" \
+	  "apt-get install clang-14 libclang-rt-14-dev"; exit 1; }
+	cmake -C fuzz/fuzz.cmake -S . -B $(FUZZ_BUILD)
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target $(FUZZ_TARGETS)
+	FUZZ_SECONDS=$(FUZZ_SECONDS) fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_TARGETS)
+
 bench-load: ; BUILD=$(abspath $(BUILD)) bench/load/run.sh
 
 # Development run: a store, the example plug-in and modemd-sim under $(BUILD)/run; Ctrl-C
@@ -43,4 +55,4 @@ format:
 	git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)
