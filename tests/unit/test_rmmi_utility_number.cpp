@@ -107,19 +107,6 @@ TEST(ExtractNumber, SixteenBitValueOutcomeAndCursor) {
     }
 }
 
-TEST(ExtractNumber, PrintsTextAndEachDigitWhateverTheLevel) {
-    kal_init(0);
-    cursor_fixture f("x47", 1);
-    testing::internal::CaptureStdout();
-    rmmi_extract_number(&f.cursor, nullptr, 4);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "source_string_ptr->string_ptr=[x47],source_string_ptr->index=[1]\r\n"
-              "get char is number \r\n"
-              "max=[4], digit=[4] \r\n"
-              "get char is number \r\n"
-              "max=[4], digit=[7] \r\n");
-}
-
 TEST(ExtractNumberString, CopiesDialDigitsUpToDelimiterOrLength) {
     const struct {
         const char *text;
@@ -147,20 +134,6 @@ TEST(ExtractNumberString, CopiesDialDigitsUpToDelimiterOrLength) {
         EXPECT_TRUE(out.guards_intact());
         EXPECT_EQ(f.cursor.index, c.index);
     }
-}
-
-TEST(DialHelpers, LeadingModifiersAreSkippedAndNumbersAreDigitsOnly) {
-    cursor_fixture f("Tt@!Pp 5T");
-    rmmi_skip_leading_chars(&f.cursor);
-    EXPECT_EQ(f.cursor.index, 7);
-
-    EXPECT_EQ(rmmi_is_number_string(text_bytes("").data()), KAL_TRUE);
-    EXPECT_EQ(rmmi_is_number_string(text_bytes(std::string(300, '7')).data()), KAL_TRUE);
-    EXPECT_EQ(rmmi_is_number_string(text_bytes(std::string(300, '7') + "x").data()), KAL_FALSE);
-}
-
-TEST(IntegerValidators, NullPointersStopTheProcess) {
-    EXPECT_DEATH(rmmi_int_validator_ext(nullptr, nullptr, kComma, kCr), "error_cause != ");
 }
 
 } // namespace

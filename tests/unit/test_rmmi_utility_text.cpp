@@ -1,7 +1,5 @@
 #include "test_support.h"
 
-#include <regex>
-
 namespace {
 
 using namespace rmmi_test;
@@ -210,46 +208,6 @@ TEST(HexConversions, PureAsciiUcs2TextCopiesLowDigits) {
         EXPECT_EQ(string_is_pure_ascii(str.data(), val.data(), c.dcs), c.ok) << c.text;
         EXPECT_EQ(as_string(val.data()), c.val) << c.text;
     }
-}
-
-TEST(TextValidators, TracesAndDebugMessagesAsPrinted) {
-    cursor_fixture quoted("\"a\"\r");
-    output_buffer out(8);
-    kal_uint8 cause = kUnset;
-    bytes hex = text_bytes("0a");
-    bytes not_ascii = text_bytes("0141");
-    bytes bad_digit = text_bytes("004x");
-    bytes val(8, 0);
-    testing::internal::CaptureStdout();
-    kal_init(KAL_DBG_FUNCTION);
-    rmmi_string_validator_ext(&cause, &quoted.cursor, kComma, kCr, 8, out.data());
-    check_hex_value_ext(hex.data(), val.data());
-    kal_init(KAL_DBG_DBG);
-    string_is_pure_ascii(not_ascii.data(), val.data(), RMMI_CHSET_UCS2);
-    string_is_pure_ascii(bad_digit.data(), val.data(), RMMI_CHSET_UCS2);
-    kal_init(0);
-    const std::string printed = testing::internal::GetCapturedStdout();
-    const std::regex expected(
-        "dbg = \\[WARNING, ERROR, INFO, FUNCTION, DBG\\]\r\n"
-        "\\[KERV\\] <FUNC_RMMI_STRING_VALIDATOR_ENTRY>\r\n"
-        "\\[KERV\\] <FUNC_CHECK_HEX_VALUE_ENTRY>\r\n"
-        "\\[KERV\\] <FUNC_TOUPPER_ENTRY>\r\n"
-        "dbg = \\[WARNING, ERROR, INFO, DBG\\]\r\n"
-        "\\[KERV\\] <string_is_pure_ascii:[0-9]+>"
-        "INFO_STRING_IS_PURE_ASCII_STRING_IS_NOT_STRATING_WITH_0X00\r\n"
-        "\\[KERV\\] <string_is_pure_ascii:[0-9]+>i=\\[0\\], str\\[i\\+3\\]=\\[X\\]\r\n");
-    EXPECT_TRUE(std::regex_match(printed, expected)) << printed;
-}
-
-TEST(TextValidators, NullPointersStopTheProcess) {
-    cursor_fixture f("\"a\"\r");
-    kal_uint8 cause = 0;
-    kal_uint8 out[4];
-    EXPECT_DEATH(rmmi_string_validator_ext(&cause, &f.cursor, kComma, kCr, 4, nullptr),
-                 "\\(str != \\(\\(void \\*\\)0\\)\\) && \\(source_string_ptr != "
-                 "\\(\\(void \\*\\)0\\)\\) && \\(error_cause != \\(\\(void \\*\\)0\\)\\)");
-    EXPECT_DEATH(check_hex_value_ext(out, nullptr),
-                 "\\(str != \\(\\(void \\*\\)0\\)\\) && \\(val != \\(\\(void \\*\\)0\\)\\)");
 }
 
 } // namespace
