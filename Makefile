@@ -44,6 +44,11 @@ fuzz:
 	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target $(FUZZ_TARGETS)
 	FUZZ_SECONDS=$(FUZZ_SECONDS) fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_TARGETS)
 
+# The real kervd for SOAK_SECONDS (default 180) under churn, floods, stalls, garbage and a
+# faulty modem daemon; fails on a crash, a lost or misplaced answer, or growth.
+soak: build
+	SOAK_SECONDS=$(or $(SOAK_SECONDS),180) bench/soak/run.sh $(BUILD)
+
 bench-load: ; BUILD=$(abspath $(BUILD)) bench/load/run.sh
 
 # Development run: a store, the example plug-in and modemd-sim under $(BUILD)/run; Ctrl-C
