@@ -1,5 +1,5 @@
 #include "rmmi_common.h"
-#include "test_support.h"
+#include "engine_support.h"
 
 #include <arpa/inet.h>
 #include <csignal>

@@ -5,7 +5,7 @@
 #include "command_analyzer.h"
 #include "internal_commands.h"
 
-#include "test_support.h"
+#include "engine_support.h"
 
 namespace {
 

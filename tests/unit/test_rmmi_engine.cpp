@@ -2,7 +2,7 @@
  * The AT engine end to end in one process: lines in through rmmi_process_multi_cmd, the
  * exact bytes out on a host connection, and the datagrams a stand-in modem daemon receives.
  */
-#include "test_support.h"
+#include "engine_support.h"
 
 #include <algorithm>
 #include <random>

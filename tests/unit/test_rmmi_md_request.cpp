@@ -1,6 +1,6 @@
 #include "kerv_md_request.h"
 
-#include "test_support.h"
+#include "engine_support.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "modem_relay.h"
 
 #include "rmmi_common.h"
-#include "test_support.h"
+#include "engine_support.h"
 
 namespace {
 
