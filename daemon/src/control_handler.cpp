@@ -20,6 +20,8 @@ constexpr char kReloadReply[] = "RELOAD...";
 /* RELOADs handed to the worker and not yet answered: counted up by the main thread, down
    by the worker. */
 std::atomic<int> held_reloads{0};
+/* Refusals are reported once until a RELOAD is taken again. Main thread. */
+bool refusing_reloads = false;
 
 void release(struct req *req) {
     close(req->fd);
@@ -50,10 +52,14 @@ void app_reply(struct req *req, const char *text) {
 void hand_reload_to_worker(struct req *req) {
     if (held_reloads.fetch_add(1) >= KERV_CONTROL_MAX_HELD) {
         held_reloads.fetch_sub(1);
-        KERV_PRINT("request_handle: %d RELOADs already wait, refused", KERV_CONTROL_MAX_HELD);
+        if (!refusing_reloads)
+            KERV_PRINT("request_handle: %d RELOADs already wait, refusing more",
+                       KERV_CONTROL_MAX_HELD);
+        refusing_reloads = true;
         release(req);
         return;
     }
+    refusing_reloads = false;
     appReqEnqueue(req);
 }
 
