@@ -19,7 +19,10 @@ unsigned short bound_port(void *handle) {
     return ntohs(bound(handle).sin_port);
 }
 
+/* One datagram or read, or "<error>" when none comes within a second. */
 std::string receive(void *handle) {
+    const struct timeval one_second = {1, 0};
+    setsockopt(SOCK_GetFd(handle), SOL_SOCKET, SO_RCVTIMEO, &one_second, sizeof(one_second));
     char buf[32] = {};
     const int n = SOCK_Recv(handle, buf, sizeof(buf));
     return n < 0 ? "<error>" : std::string(buf, static_cast<size_t>(n));

@@ -29,7 +29,8 @@ lines frame(const lines &reads) {
     for (const std::string &chunk : reads) {
         for (size_t pos = 0; pos < chunk.size();) {
             const size_t room = kerv_framing_room(&framing);
-            EXPECT_GT(room, 0u);
+            if (room == 0)
+                return {"<no room left>"};
             const size_t len = std::min(room, chunk.size() - pos);
             memcpy(framing.cmd_buf + framing.cmd_buf_offset, chunk.data() + pos, len);
             kerv_framing_feed(&framing, len, &kSink, &handed);

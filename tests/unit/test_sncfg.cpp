@@ -40,19 +40,13 @@ TEST_F(Store, FileFormatRules) {
                 "KERV_WAS_SET=\n"
                 "KERV_TAIL=end");
     const std::pair<const char *, const char *> cases[] = {
-        {"KERV_DEBUG", "1"},
-        {"KERV_EMPTY", "<none>"},
-        {"KERV_LISTEN_PORT", "6000"},
-        {"KERV_CRLF", "abc"},
-        {"KERV_TEXT", " a=b  c "},
-        {"KERV_WAS_SET", "<none>"},
-        {"KERV_TAIL", "end"},
-        {"KERV_HIDDEN", "<fail>"},
-        {"KERV_SPACED", "<fail>"},
-        {"KERV", "<fail>"},
-        {"KERV_LISTEN_PORT=5556", "<fail>"},
-        {"KERV_MISSING", "<fail>"},
-        {"", "<fail>"},
+        {"KERV_DEBUG", "1"},          {"KERV_EMPTY", "<none>"},
+        {"KERV_LISTEN_PORT", "6000"}, {"KERV_CRLF", "abc"},
+        {"KERV_TEXT", " a=b  c "},    {"KERV_WAS_SET", "<none>"},
+        {"KERV_TAIL", "end"},         {"KERV_HIDDEN", "<fail>"},
+        {"#KERV_HIDDEN", "<fail>"},   {"KERV_SPACED", "<fail>"},
+        {"KERV", "<fail>"},           {"KERV_LISTEN_PORT=5556", "<fail>"},
+        {"KERV_MISSING", "<fail>"},   {"", "<fail>"},
     };
     for (const auto &[key, value] : cases)
         EXPECT_EQ(get(key), value) << key;
