@@ -76,15 +76,13 @@ TEST_F(ResultCodes, FormAndErrorReportModeDecideTheBytes) {
     }
 }
 
-TEST_F(ResultCodes, InsideAMultiCommandLineOkIsSilentAndErrorStopsTheLine) {
+TEST_F(ResultCodes, MultiCommandLinesAndTheFinalResponse) {
     context()->is_multi_cmd = 0xF1; /* only bit 0 counts */
     EXPECT_EQ(result(RMMI_RCODE_OK, 1000), "");
     EXPECT_EQ(context()->multi_cmd_error & 1, 0);
     EXPECT_EQ(result(RMMI_RCODE_ERROR, 603), "\r\nERROR\r\n");
     EXPECT_EQ(context()->multi_cmd_error & 1, 1);
-}
-
-TEST_F(ResultCodes, FinalResponseRepeatsTheLastErrorCause) {
+    context()->is_multi_cmd = 0;
     context()->error_report_mode = RMMI_NUMERIC_ERROR;
     EXPECT_EQ(result(RMMI_RCODE_ERROR, 603), "\r\n+CME ERROR: 603\r\n");
     rmmi_final_rsp_generator(KAL_FALSE, nullptr, 0);
