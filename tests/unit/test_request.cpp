@@ -51,7 +51,6 @@ TEST(RequestPack, WireBytesAndTheBoundOfBuf) {
     req.arg[0] = const_cast<char *>(a.c_str());
     req.arg[4] = const_cast<char *>(b.c_str());
     ASSERT_EQ(kerv_pack_request(&req), 2100);
-    EXPECT_STREQ(req.arg[4], b.c_str());
     req.arg[4] = const_cast<char *>(longer.c_str());
     req.arg[7] = const_cast<char *>("x");
     EXPECT_EQ(kerv_pack_request(&req), -104);

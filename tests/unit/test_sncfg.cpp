@@ -52,7 +52,7 @@ TEST_F(Store, FileFormatRules) {
         EXPECT_EQ(get(key), value) << key;
 }
 
-TEST_F(Store, UnreadableStoreFailsEveryKeyAndEditsAreSeenAtOnce) {
+TEST_F(Store, MissingOrUnreadableStoreFailsUntilItIsWritten) {
     EXPECT_EQ(get("KERV_DEBUG"), "<fail>") << "no file yet";
     setenv("SNCFG_FILE", dir.path.c_str(), 1);
     EXPECT_EQ(get("KERV_DEBUG"), "<fail>") << "a directory";
