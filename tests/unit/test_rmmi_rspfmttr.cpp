@@ -60,7 +60,6 @@ TEST_F(ResultCodes, FormAndErrorReportModeDecideTheBytes) {
         {0, 7, RMMI_RCODE_OK, 1000, "\r\nOK\r\n"},
         {0, 0, RMMI_RCODE_OK, 1000, "\r\n0\r\n"},
         {0, 0, RMMI_RCODE_ERROR, 603, "\r\n3\r\n"},
-        {0, 0, RMMI_RCODE_BUSY, 0, "\r\n7\r\n"},
         {0, 0, 5, 0, ""},
         {1, 1, RMMI_RCODE_ERROR, 302, "\r\n+CME ERROR: 3\r\n"},
         {1, 0, RMMI_RCODE_ERROR, 10, "\r\n+CME ERROR: 10\r\n"},
