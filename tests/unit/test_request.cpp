@@ -89,7 +89,7 @@ TEST(RequestUnpack, ReceivedBytesAreBoundedAndArgumentsCheckedInOrder) {
         std::string strings;          /* the bytes after the header */
         int code;
     } cases[] = {
-        {{}, "", 0},
+        {{0}, "", 0},
         {{0, 0, 1}, "", -102},
         {{M}, "", -100},
         {{M, M}, std::string("ok\0abc", 6), -101}, /* runs to the end of what came */
