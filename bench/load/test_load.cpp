@@ -2,6 +2,7 @@
 #include "bare_relay.h"
 #include "latency.h"
 #include "line_server.h"
+#include "modemd_stub.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -117,92 +118,39 @@ TEST(Latency, SamplesFileCollectsEveryAppend) {
     EXPECT_FALSE(latency_load(path, &loaded));
 }
 
-/* A modem daemon stand-in on a free loopback port that answers each datagram once. */
-struct fake_modemd_t {
-    int fd;
-    unsigned int port;
-};
-
-fake_modemd_t fake_modemd_open() {
-    fake_modemd_t modemd = {socket(AF_INET, SOCK_DGRAM, 0), 0};
-    sockaddr_in addr = {};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t addr_len = sizeof(addr);
-    EXPECT_EQ(bind(modemd.fd, (sockaddr *)&addr, sizeof(addr)), 0);
-    EXPECT_EQ(getsockname(modemd.fd, (sockaddr *)&addr, &addr_len), 0);
-    modemd.port = ntohs(addr.sin_port);
-    return modemd;
-}
-
-/* Receives one request into *req (returning its size) and answers with reply_len bytes. */
-ssize_t fake_modemd_answer(fake_modemd_t *modemd, bare_relay_request_t *req,
-                           const bare_relay_response_t *reply, size_t reply_len) {
-    sockaddr_in from = {};
-    socklen_t from_len = sizeof(from);
-    ssize_t got = recvfrom(modemd->fd, req, sizeof(*req), 0, (sockaddr *)&from, &from_len);
-    sendto(modemd->fd, reply, reply_len, 0, (sockaddr *)&from, from_len);
-    return got;
-}
-
-bare_relay_response_t modem_reply(const char *text, uint32_t data_len) {
-    bare_relay_response_t reply = {};
-    reply.data_len = data_len;
-    memcpy(reply.data, text, strlen(text));
-    return reply;
-}
-
-struct relay_result_t {
-    int answer_len;
-    std::string answer;
-    bare_relay_request_t req;
-    ssize_t req_size;
-};
-
-relay_result_t relay_once(fake_modemd_t *modemd, const char *line,
-                          const bare_relay_response_t &reply, size_t reply_len) {
-    relay_result_t result = {};
-    std::thread modem(
-        [&] { result.req_size = fake_modemd_answer(modemd, &result.req, &reply, reply_len); });
+/* The bare exchange against the modem-daemon stand-in; the answer text, or "failed". */
+std::string relay_once(modemd_stub::Stub &modemd, const char *line) {
     char out[1420];
-    result.answer_len = bare_relay_exchange(modemd->port, BARE_RELAY_TARGET_LTE, line, strlen(line),
-                                            out, sizeof(out));
-    modem.join();
-    if (result.answer_len > 0)
-        result.answer.assign(out, (size_t)result.answer_len);
-    return result;
+    const int answer_len = bare_relay_exchange(modemd.port(), MODEM_TARGET_LTE, line,
+                                               strlen(line), out, sizeof(out));
+    return answer_len < 0 ? "failed" : std::string(out, (size_t)answer_len);
 }
 
 TEST(BareRelay, SendsTheDaemonsRequestAndReturnsTheAnswerText) {
-    fake_modemd_t modemd = fake_modemd_open();
+    modemd_stub::Stub modemd(0, false);
     const char *text = "\r\n+CSQ: 23,99\r\n\r\nOK\r\n";
-    bare_relay_response_t reply = modem_reply(text, (uint32_t)strlen(text));
-    size_t reply_len = offsetof(bare_relay_response_t, data) + strlen(text);
-
-    relay_result_t first = relay_once(&modemd, "AT+CSQ", reply, reply_len);
-    EXPECT_EQ(first.req_size, 27);
-    EXPECT_EQ(first.req.magic, 0x5498ACDEu);
-    EXPECT_EQ(first.req.target, 1u);
-    EXPECT_EQ(first.req.request_id, 998u);
-    EXPECT_EQ(first.req.data_len, 7u);
-    EXPECT_EQ(std::string(first.req.data, 7), "AT+CSQ\r");
-    EXPECT_EQ(first.answer, text);
-
-    relay_result_t second = relay_once(&modemd, "AT+CSQ", reply, reply_len);
-    EXPECT_EQ(second.req.token, first.req.token + 1);
-    close(modemd.fd);
+    modemd.answer(modemd_stub::Reply::text, text);
+    EXPECT_EQ(relay_once(modemd, "AT+CSQ"), text);
+    EXPECT_EQ(relay_once(modemd, "AT+CSQ"), text);
+    const std::vector<modemd_stub::Request> requests = modemd.take_requests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0].datagram_size, 27u);
+    EXPECT_EQ(requests[0].magic, MODEM_REQUEST_MAGIC);
+    EXPECT_EQ(requests[0].target, 1u);
+    EXPECT_EQ(requests[0].request_id, 998u);
+    EXPECT_EQ(requests[0].data, "AT+CSQ\r");
+    EXPECT_EQ(requests[1].token, requests[0].token + 1);
 }
 
 TEST(BareRelay, UnusableAnswersAreFailures) {
-    fake_modemd_t modemd = fake_modemd_open();
-    bare_relay_response_t empty = modem_reply("", 0);
-    EXPECT_EQ(relay_once(&modemd, "AT", empty, 28).answer_len, -1);
-    bare_relay_response_t text = modem_reply("\r\nOK\r\n", 6);
-    EXPECT_EQ(relay_once(&modemd, "AT", text, 27).answer_len, -1);
+    modemd_stub::Stub modemd(0, false);
+    modemd.answer(modemd_stub::Reply::text, "", 0, 0);
+    EXPECT_EQ(relay_once(modemd, "AT"), "failed");
+    modemd.answer(modemd_stub::Reply::short27);
+    EXPECT_EQ(relay_once(modemd, "AT"), "failed");
     /* data_len claiming more than arrived: only what arrived is passed on */
-    bare_relay_response_t overstated = modem_reply("\r\nOK\r\n", 500);
-    EXPECT_EQ(relay_once(&modemd, "AT", overstated, 34).answer, "\r\nOK\r\n");
-    close(modemd.fd);
+    modemd.answer(modemd_stub::Reply::text, "\r\nOK\r\n", 0, 500);
+    EXPECT_EQ(relay_once(modemd, "AT"), "\r\nOK\r\n");
 }
 
 /* Starts program with args; its standard output is returned through *out_fd. */

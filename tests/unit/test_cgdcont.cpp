@@ -1,4 +1,4 @@
-#include "fake_modemd.h"
+#include "test_support.h"
 #include "kerv_md_request.h"
 #include "rmmi_common.h"
 

@@ -6,7 +6,7 @@
 #ifndef TEST_SUPPORT_H
 #define TEST_SUPPORT_H
 
-#include "fake_modemd.h"
+#include "modemd_stub.h"
 #include "kal_common.h"
 #include "kerv_md_request.h"
 #include "engine_context.h"
@@ -28,6 +28,10 @@
 #include <vector>
 
 namespace rmmi_test {
+
+using FakeModemd = modemd_stub::Stub;
+using ModemReply = modemd_stub::Reply;
+using ModemRequest = modemd_stub::Request;
 
 /* Runs fn at debug level dbg and returns what it printed on standard output. */
 template <typename Fn> std::string stdout_at_level(kal_uint32 dbg, Fn fn) {
