@@ -72,8 +72,8 @@ int main() {
     printf("relay waited %.1f s\n", std::chrono::duration<double>(relay_waited).count());
     ok &= check("relay fails with no network service", result == NO_NW_SERVICE);
     ok &= check("relay leaves the answer buffer alone", strcmp(out, "untouched") == 0);
-    ok &= check("relay waits 60 s despite signals",
-                relay_waited >= std::chrono::seconds(59) && relay_waited < std::chrono::seconds(62));
+    ok &= check("relay waits 60 s despite signals", relay_waited >= std::chrono::seconds(59) &&
+                                                        relay_waited < std::chrono::seconds(62));
     ok &= check("relay sends once", modemd.take_requests().size() == 1);
 
     kerv_md_request_t req = {};
@@ -83,10 +83,11 @@ int main() {
     started = Clock::now();
     const int general = kerv_md_request(&req, status, sizeof(status));
     const auto general_waited = Clock::now() - started;
-    printf("general request waited %.1f s\n", std::chrono::duration<double>(general_waited).count());
+    printf("general request waited %.1f s\n",
+           std::chrono::duration<double>(general_waited).count());
     ok &= check("general request reports the time-out",
                 general == 1 && strcmp(status, "error,10006,command timeout") == 0);
     ok &= check("general request waits 30 s", general_waited >= std::chrono::seconds(29) &&
-                                                 general_waited < std::chrono::seconds(32));
+                                                  general_waited < std::chrono::seconds(32));
     return ok ? 0 : 1;
 }

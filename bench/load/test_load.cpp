@@ -121,8 +121,8 @@ TEST(Latency, SamplesFileCollectsEveryAppend) {
 /* The bare exchange against the modem-daemon stand-in; the answer text, or "failed". */
 std::string relay_once(modemd_stub::Stub &modemd, const char *line) {
     char out[1420];
-    const int answer_len = bare_relay_exchange(modemd.port(), MODEM_TARGET_LTE, line,
-                                               strlen(line), out, sizeof(out));
+    const int answer_len =
+        bare_relay_exchange(modemd.port(), MODEM_TARGET_LTE, line, strlen(line), out, sizeof(out));
     return answer_len < 0 ? "failed" : std::string(out, (size_t)answer_len);
 }
 

@@ -71,8 +71,8 @@ long long monotonic_millis() {
 /*
  * timeout_count waits of one second (or the development setting) each until the answer is
  * readable. A signal that interrupts a wait neither counts as a wait nor restarts the
- * current one, so a stream of signals can neither shorten nor stretch the time limit. poll rather than select: the
- * daemon may hold more descriptors than an fd_set can name.
+ * current one, so a stream of signals can neither shorten nor stretch the time limit. poll rather
+ * than select: the daemon may hold more descriptors than an fd_set can name.
  */
 WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
     const int one_wait = wait_millis();

@@ -149,8 +149,11 @@ void Stub::serve() {
                                      reinterpret_cast<sockaddr *>(&sender), &sender_len);
         if (got < MODEM_REQUEST_HEADER_SIZE)
             continue;
-        const Request request = {packet.magic,      packet.token,      packet.target,
-                                 packet.request_id, packet.data_len,
+        const Request request = {packet.magic,
+                                 packet.token,
+                                 packet.target,
+                                 packet.request_id,
+                                 packet.data_len,
                                  std::string(packet.data, got - MODEM_REQUEST_HEADER_SIZE),
                                  static_cast<size_t>(got)};
         if (logging_)
@@ -171,8 +174,8 @@ void Stub::serve() {
             resp.response_id = request.request_id;
             resp.request_id = request.request_id;
             resp.result = result_;
-            resp.data_len = data_len_ < 0 ? static_cast<uint32_t>(copied)
-                                          : static_cast<uint32_t>(data_len_);
+            resp.data_len =
+                data_len_ < 0 ? static_cast<uint32_t>(copied) : static_cast<uint32_t>(data_len_);
             memcpy(resp.data, text.data(), copied);
             resp_len = reply_ == Reply::silent    ? 0
                        : reply_ == Reply::short27 ? MODEM_RESPONSE_HEADER_SIZE - 1
