@@ -234,7 +234,8 @@ bool Daemon::start() {
     };
     /* The file may hold an earlier pid: only a new text names our daemon. */
     const std::string earlier = read_file(pid_path_);
-    launcher_status_ = exit_status(spawn(KERV_TEST_KERVD_PATH, {}, settings, output_path_, errors_path_));
+    launcher_status_ =
+        exit_status(spawn(KERV_TEST_KERVD_PATH, {}, settings, output_path_, errors_path_));
     if (launcher_status_ != 0)
         return false;
     return eventually([&] {
@@ -320,8 +321,9 @@ Host::~Host() {
 void Host::send(const std::string &bytes) {
     size_t sent = 0;
     while (sent < bytes.size()) {
-        const ssize_t n = owned_ ? ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL)
-                                 : write(fd_, bytes.data() + sent, bytes.size() - sent);
+        const ssize_t n = owned_
+                              ? ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL)
+                              : write(fd_, bytes.data() + sent, bytes.size() - sent);
         if (n <= 0)
             return;
         sent += static_cast<size_t>(n);

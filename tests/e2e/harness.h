@@ -74,7 +74,7 @@ struct Pty {
 };
 
 struct DaemonOptions {
-    Settings store;          /* KEY=VALUE lines; an empty value writes "KEY=" */
+    Settings store;            /* KEY=VALUE lines; an empty value writes "KEY=" */
     std::string serial_device; /* KERVD_SERIAL_DEVICE, when set */
     std::string plugin_dir;    /* KERVD_PLUGIN_DIR; default: an empty directory */
     std::string socket_path;   /* control socket; default: in the temp dir */

@@ -56,8 +56,8 @@ std::string bytes_of(const std::string &text) {
     std::string expanded;
     for (size_t at = 0; at < text.size(); ++at) {
         const size_t star = text.find('*', at);
-        if (text.compare(at, 2, "\\{") != 0 || star == std::string::npos || star + 2 >= text.size() ||
-            text[star + 2] != '}') {
+        if (text.compare(at, 2, "\\{") != 0 || star == std::string::npos ||
+            star + 2 >= text.size() || text[star + 2] != '}') {
             expanded += text[at];
             continue;
         }
@@ -83,7 +83,8 @@ rmmi_modemd_target_type target_in(const e2e::Settings &store) {
 /* One transcript being played in one mode. */
 class Player {
   public:
-    Player(const std::string &path, Mode mode) : file_(std::filesystem::path(path).filename()), mode_(mode) {}
+    Player(const std::string &path, Mode mode)
+        : file_(std::filesystem::path(path).filename()), mode_(mode) {}
     ~Player() {
         if (host_pair_[0] >= 0) {
             close(host_pair_[0]);
@@ -94,7 +95,8 @@ class Player {
     /* Settings that hold for the whole transcript; false when this mode is not played. */
     bool prepare(const std::vector<Line> &lines) {
         for (const Line &line : lines) {
-            if (line.keyword == "only" && line.rest.find(kModeNames[static_cast<int>(mode_)]) == std::string::npos)
+            if (line.keyword == "only" &&
+                line.rest.find(kModeNames[static_cast<int>(mode_)]) == std::string::npos)
                 return false;
             if (line.keyword == "plugin")
                 plugin_ = true;
@@ -135,7 +137,8 @@ class Player {
         if (plugin_) {
             options.plugin_dir = dir_.file("plugins");
             std::filesystem::create_directory(options.plugin_dir);
-            std::filesystem::copy_file(KERV_TEST_CGDCONT_PATH, options.plugin_dir + "/libcgdcont.so");
+            std::filesystem::copy_file(KERV_TEST_CGDCONT_PATH,
+                                       options.plugin_dir + "/libcgdcont.so");
         }
         if (mode_ == Mode::pty) {
             pty_ = std::make_unique<e2e::Pty>();
@@ -214,7 +217,8 @@ class Player {
     }
 
     void write_file_line(const std::string &setting) {
-        e2e::write_file(daemon_->store_path(), e2e::read_file(daemon_->store_path()) + setting + "\n");
+        e2e::write_file(daemon_->store_path(),
+                        e2e::read_file(daemon_->store_path()) + setting + "\n");
     }
 
     void send(const std::string &bytes) {
@@ -225,7 +229,8 @@ class Player {
            hands on through the engine. */
         static const kerv_framing_sink_t sink = {
             [](void *ctx, const char *line, size_t line_len) {
-                rmmi_process_multi_cmd(*static_cast<int *>(ctx), std::string(line, line_len).c_str());
+                rmmi_process_multi_cmd(*static_cast<int *>(ctx),
+                                       std::string(line, line_len).c_str());
             },
             [](void *ctx) {
                 const ssize_t written = write(*static_cast<int *>(ctx), "\r\nERROR\r\n", 9);
@@ -251,16 +256,17 @@ class Player {
     /* The host bytes and the modem requests expected since the last check. */
     void check_pending() {
         if (!expected_bytes_.empty()) {
-            const std::string got = mode_ == Mode::engine ? engine_bytes()
-                                                          : host_->read_exactly(expected_bytes_.size());
+            const std::string got = mode_ == Mode::engine
+                                        ? engine_bytes()
+                                        : host_->read_exactly(expected_bytes_.size());
             EXPECT_EQ(escape(got), escape(expected_bytes_));
         }
         if (mode_ != Mode::engine)
             modem_.wait_requests(expected_requests_.size(), 2000);
         std::vector<std::string> seen;
         for (const modemd_stub::Request &request : modem_.take_requests())
-            seen.push_back(std::to_string(request.target) + " " + std::to_string(request.request_id) +
-                           " " + escape(request.data));
+            seen.push_back(std::to_string(request.target) + " " +
+                           std::to_string(request.request_id) + " " + escape(request.data));
         EXPECT_EQ(seen, expected_requests_) << "requests the modem daemon saw";
         expected_bytes_.clear();
         expected_requests_.clear();
@@ -296,8 +302,8 @@ class Player {
 
     void reload() {
         if (mode_ == Mode::engine)
-            return rmmi_read_custom_default_setting(RMMI_PROCESS_CMD_FROM_SOCKET_PORT, target_in(store_),
-                                                    RMMI_VERBOSE_FULL_HEAD_TAIL);
+            return rmmi_read_custom_default_setting(RMMI_PROCESS_CMD_FROM_SOCKET_PORT,
+                                                    target_in(store_), RMMI_VERBOSE_FULL_HEAD_TAIL);
         EXPECT_EQ(e2e::app_request(daemon_->socket_path(), KERV_REQUEST_CMD_RELOAD), "RELOAD...");
     }
 
