@@ -40,6 +40,15 @@ sockaddr_in loopback(unsigned int port) {
     return address;
 }
 
+/* Runs op on a fresh socket of type and the address 127.0.0.1:port; op's result. */
+template <typename Op> bool on_loopback(int type, unsigned int port, Op op) {
+    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    sockaddr_in address = loopback(port);
+    const bool result = op(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
+    close(fd);
+    return result;
+}
+
 /* This process's environment with settings put in (replacing what it had for them). */
 std::vector<std::string> environment_with(const Settings &settings) {
     std::vector<std::string> env_text;
@@ -70,13 +79,6 @@ bool process_running(pid_t pid) {
            stat[state_at + 2] != 'Z' && stat[state_at + 2] != 'X';
 }
 
-bool ended_within(pid_t pid, std::chrono::milliseconds limit) {
-    const auto deadline = Clock::now() + limit;
-    while (process_running(pid) && Clock::now() < deadline)
-        std::this_thread::sleep_for(10ms);
-    return !process_running(pid);
-}
-
 } // namespace
 
 TempDir::TempDir() {
@@ -100,8 +102,8 @@ void write_file(const std::string &path, const std::string &content) {
     std::ofstream(path, std::ios::binary) << content;
 }
 
-bool eventually(const std::function<bool()> &check) {
-    const auto deadline = Clock::now() + kPatience;
+bool eventually(const std::function<bool()> &check, std::chrono::milliseconds patience) {
+    const auto deadline = Clock::now() + patience;
     while (Clock::now() < deadline) {
         if (check())
             return true;
@@ -119,12 +121,10 @@ unsigned int free_port(int sock_type) {
     std::uniform_int_distribution<unsigned int> ports(10000, ephemeral_low - 1);
     for (;;) {
         const unsigned int port = ports(pick);
-        const int fd = socket(AF_INET, sock_type | SOCK_CLOEXEC, 0);
-        sockaddr_in address = loopback(port);
-        address.sin_addr.s_addr = htonl(INADDR_ANY);
-        const bool free = bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
-        close(fd);
-        if (free)
+        if (on_loopback(sock_type, port, [](int fd, sockaddr *address, socklen_t len) {
+                reinterpret_cast<sockaddr_in *>(address)->sin_addr.s_addr = htonl(INADDR_ANY);
+                return bind(fd, address, len) == 0;
+            }))
             return port;
     }
 }
@@ -253,9 +253,10 @@ void Daemon::stop() {
         return;
     const bool was_running = process_running(pid_);
     kill(pid_, SIGTERM);
-    if (!ended_within(pid_, 5s)) {
-        kill(pid_, SIGKILL);
-        ended_within(pid_, 5s);
+    const pid_t pid = pid_;
+    if (!eventually([&] { return !process_running(pid); }, 5s)) {
+        kill(pid, SIGKILL);
+        eventually([&] { return !process_running(pid); }, 5s);
     }
     pid_ = -1;
     const std::string errors = read_file(errors_path_);
@@ -293,18 +294,17 @@ bool Daemon::wait_output(const std::string &text) const {
 
 Host::Host(unsigned int port) {
     const auto deadline = Clock::now() + kPatience;
-    do {
+    bool refused = true;
+    while (refused && Clock::now() < deadline) {
         fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address = loopback(port);
         if (connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0)
             return;
-        const bool refused = errno == ECONNREFUSED;
+        refused = errno == ECONNREFUSED;
         ::close(fd_);
         fd_ = -1;
-        if (!refused)
-            return;
         std::this_thread::sleep_for(10ms);
-    } while (Clock::now() < deadline);
+    }
 }
 
 Host Host::on(int fd) {
@@ -330,33 +330,15 @@ void Host::send(const std::string &bytes) {
     }
 }
 
-std::string Host::read_exactly(size_t count) {
+std::string Host::read_until(size_t count, std::chrono::milliseconds quiet) {
     std::string got;
-    const auto deadline = Clock::now() + kPatience;
-    while (got.size() < count && Clock::now() < deadline) {
-        pollfd watched = {fd_, POLLIN, 0};
-        if (poll(&watched, 1, 50) <= 0)
-            continue;
-        char buf[4096];
-        const ssize_t n = read(fd_, buf, std::min(sizeof(buf), count - got.size()));
-        if (n <= 0)
-            break;
+    char buf[4096];
+    ssize_t n = 0;
+    for (pollfd watched = {fd_, POLLIN, 0};
+         got.size() < count && poll(&watched, 1, static_cast<int>(quiet.count())) > 0 &&
+         (n = read(fd_, buf, std::min(sizeof(buf), count - got.size()))) > 0;)
         got.append(buf, static_cast<size_t>(n));
-    }
     return got;
-}
-
-std::string Host::read_for(std::chrono::milliseconds quiet) {
-    std::string got;
-    for (;;) {
-        pollfd watched = {fd_, POLLIN, 0};
-        char buf[4096];
-        ssize_t n = 0;
-        if (poll(&watched, 1, static_cast<int>(quiet.count())) <= 0 ||
-            (n = read(fd_, buf, sizeof(buf))) <= 0)
-            return got;
-        got.append(buf, static_cast<size_t>(n));
-    }
 }
 
 void Host::close() {
@@ -366,28 +348,21 @@ void Host::close() {
 }
 
 bool tcp_accepts(unsigned int port) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(port);
-    const bool accepted = connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
-    close(fd);
-    return accepted;
+    return on_loopback(SOCK_STREAM, port, [](int fd, sockaddr *address, socklen_t len) {
+        return connect(fd, address, len) == 0;
+    });
 }
 
 bool udp_bound(unsigned int port) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(port);
-    const bool taken = bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0 &&
-                       errno == EADDRINUSE;
-    close(fd);
-    return taken;
+    return on_loopback(SOCK_DGRAM, port, [](int fd, sockaddr *address, socklen_t len) {
+        return bind(fd, address, len) != 0 && errno == EADDRINUSE;
+    });
 }
 
 void send_urc(unsigned int port, const std::string &bytes) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(port);
-    sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr *>(&address),
-           sizeof(address));
-    close(fd);
+    on_loopback(SOCK_DGRAM, port, [&](int fd, sockaddr *address, socklen_t len) {
+        return sendto(fd, bytes.data(), bytes.size(), 0, address, len) >= 0;
+    });
 }
 
 std::string control_exchange(const std::string &socket_path, const std::string &bytes) {

@@ -13,6 +13,7 @@
 #include "request.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -40,8 +41,8 @@ struct TempDir {
 
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &content);
-/* Retries check until it holds or kPatience passed. */
-bool eventually(const std::function<bool()> &check);
+/* Retries check until it holds or patience passed. */
+bool eventually(const std::function<bool()> &check, std::chrono::milliseconds patience = kPatience);
 /* A port that was free a moment ago, outside the range the kernel picks ports from. */
 unsigned int free_port(int sock_type);
 
@@ -132,11 +133,12 @@ class Host {
     Host(Host &&other) noexcept : fd_(other.fd_), owned_(other.owned_) { other.fd_ = -1; }
     bool connected() const { return fd_ >= 0; }
     void send(const std::string &bytes);
-    /* Reads until exactly count bytes have come (or kPatience passed). */
-    std::string read_exactly(size_t count);
+    /* Reads until count bytes have come, the connection ends or quiet passes without a
+       byte. */
+    std::string read_until(size_t count, std::chrono::milliseconds quiet);
+    std::string read_exactly(size_t count) { return read_until(count, kPatience); }
     std::string read_like(const std::string &expected) { return read_exactly(expected.size()); }
-    /* Reads what arrives until quiet passes without a byte. */
-    std::string read_for(std::chrono::milliseconds quiet);
+    std::string read_for(std::chrono::milliseconds quiet) { return read_until(SIZE_MAX, quiet); }
     void close();
     int fd() const { return fd_; }
 
