@@ -1,12 +1,18 @@
 # kervd: `make run` starts the daemon with the modem-daemon stand-in; `make test` builds
-# everything and runs every test.
-BUILD      ?= build
-ASAN_BUILD ?= build-asan
-TSAN_BUILD ?= build-tsan
+# everything and runs every test; `make cross` does the same for armhf under qemu-arm;
+# `make package` writes the Debian packages for amd64 and armhf into $(PACKAGES);
+# `make fuzz` and `make soak` run the fuzz targets and the soak suite.
+BUILD       ?= build
+ASAN_BUILD  ?= build-asan
+TSAN_BUILD  ?= build-tsan
+FUZZ_BUILD  ?= build-fuzz
+CROSS_BUILD ?= build-armhf
+PKG_BUILD   ?= build-pkg
+PACKAGES    ?= packages
 JOBS       ?= $(shell nproc)
 CTEST_ARGS ?= --output-on-failure -j $(JOBS)
 
-.PHONY: all build test test-slow test-asan test-tsan run bench format clean
+.PHONY: all build test test-slow test-asan test-tsan cross cross-build package run bench format clean fuzz soak
 
 all: build
 
@@ -36,6 +42,44 @@ test-tsan:
 	cmake --build $(TSAN_BUILD) -j $(JOBS)
 	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir $(TSAN_BUILD) $(CTEST_ARGS) -LE slow
 
+# armhf: the cross toolchain builds everything (benchmarks aside) and the tests run under
+# qemu-arm. Needs g++-arm-linux-gnueabihf, qemu-user and googletest (sources).
+cross: cross-build
+	ctest --test-dir $(CROSS_BUILD) $(CTEST_ARGS)
+
+cross-build:
+	@command -v arm-linux-gnueabihf-g++ >/dev/null && command -v qemu-arm >/dev/null || \
+	  { echo "make cross needs: apt-get install g++-arm-linux-gnueabihf qemu-user googletest"; exit 1; }
+	cmake -S . -B $(CROSS_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake \
+	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr -DKERV_BUILD_BENCHMARKS=OFF
+	cmake --build $(CROSS_BUILD) -j $(JOBS)
+
+# Packages are built from /usr-prefixed builds: amd64 without tests, armhf from the cross build.
+package: cross-build
+	cmake -S . -B $(PKG_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
+	  -DKERV_BUILD_TESTS=OFF -DKERV_BUILD_BENCHMARKS=OFF
+	cmake --build $(PKG_BUILD) -j $(JOBS)
+	cd $(PKG_BUILD) && cpack -G DEB -B $(abspath $(PACKAGES))
+	cd $(CROSS_BUILD) && cpack -G DEB -B $(abspath $(PACKAGES))
+	rm -rf $(PACKAGES)/_CPack_Packages
+	@ls -l $(PACKAGES)/*.deb
+
+# Every fuzz target for FUZZ_SECONDS (default 60) in turn, in a Clang build with the whole
+# project instrumented; FUZZ_TARGETS picks some. Figures per target on the last lines.
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS ?= $(notdir $(wildcard fuzz/corpus/*))
+fuzz:
+	@command -v clang++ >/dev/null || { echo "make fuzz needs Clang and libFuzzer:" \
+	  "apt-get install clang-14 libclang-rt-14-dev"; exit 1; }
+	cmake -C fuzz/fuzz.cmake -S . -B $(FUZZ_BUILD)
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target $(FUZZ_TARGETS)
+	FUZZ_SECONDS=$(FUZZ_SECONDS) fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_TARGETS)
+
+# The real kervd for SOAK_SECONDS (default 180) under churn, floods, stalls, garbage and a
+# faulty modem daemon; fails on a crash, a lost or misplaced answer, or growth.
+soak: build
+	SOAK_SECONDS=$(or $(SOAK_SECONDS),180) bench/soak/run.sh $(BUILD)
+
 bench-load: ; BUILD=$(abspath $(BUILD)) bench/load/run.sh
 
 # Development run: a store, the example plug-in and modemd-sim under $(BUILD)/run; Ctrl-C
@@ -47,4 +91,4 @@ format:
 	git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(CROSS_BUILD) $(PKG_BUILD) $(PACKAGES)

@@ -9,12 +9,9 @@
 
 #include "modemd_stub.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 
 namespace {
 
@@ -48,27 +45,3 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     rmmi_process_calcuate_cmd(-1, line.c_str(), answer, sizeof(answer) - 1);
     return 0;
 }
-
-#ifndef KERV_LIBFUZZER
-/* Replays every file of the corpus folder once; fails on the first broken invariant. */
-int main(int argc, char **argv) {
-    if (argc != 2 || LLVMFuzzerInitialize(&argc, &argv) != 0)
-        return 2;
-    DIR *corpus = opendir(argv[1]);
-    if (corpus == nullptr)
-        return 2;
-    int replayed = 0;
-    while (const dirent *entry = readdir(corpus)) {
-        if (entry->d_name[0] == '.')
-            continue;
-        std::ifstream file(std::string(argv[1]) + "/" + entry->d_name, std::ios::binary);
-        const std::string bytes((std::istreambuf_iterator<char>(file)),
-                                std::istreambuf_iterator<char>());
-        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
-        ++replayed;
-    }
-    closedir(corpus);
-    fprintf(stderr, "replayed %d inputs\n", replayed);
-    return replayed > 0 ? 0 : 1;
-}
-#endif

@@ -362,7 +362,7 @@ void kerv_set_host_fd(kervInfo_t *kerv, int fd) {
 void kerv_host_release(kervInfo_t *kerv) {
     const int host_fd = kerv_host_fd(kerv);
     kerv_set_host_fd(kerv, -1);
-    if (host_fd <= 0 || kerv_srv_notify(host_fd, KERV_SRV_HOST_CLOSED))
+    if (host_fd <= 0 || kerv_req_notify(KERV_WORK_HOST_CLOSED, host_fd))
         return;
     /* Out of memory: end the connection for the host but keep the descriptor, whose number
        must not pass to another connection while output for this one may still be queued. */

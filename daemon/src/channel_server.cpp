@@ -2,7 +2,6 @@
 
 #include "csocket.h"
 #include "request_queue.h"
-#include "request.h"
 
 #include <cerrno>
 #include <cstring>
@@ -40,7 +39,7 @@ void queue_line(void *ctx, const char *line, size_t line_len) {
 void refuse_long_line(void *ctx) {
     auto *host = static_cast<srv_host *>(ctx);
     KERV_WARN("line longer than %d characters from fd %d", KERV_FRAME_BUF_SIZE - 2, host->fd);
-    kerv_srv_notify(host->fd, KERV_SRV_LINE_TOO_LONG);
+    kerv_req_notify(KERV_WORK_LINE_TOO_LONG, host->fd);
 }
 
 constexpr kerv_framing_sink_t kQueueSink = {queue_line, refuse_long_line};
@@ -148,7 +147,7 @@ kal_bool srv_request_handle(kervInfo_t *kerv, const char *line, size_t line_len)
         KERV_WARN("Can't open fd : %s !!", strerror(errno));
         return KAL_FALSE;
     }
-    struct req *req = kerv_srv_req_create(host_fd, KERV_REQUEST_CMD_CMD, line, line_len);
+    struct req *req = kerv_req_create(KERV_WORK_LINE, host_fd, line, line_len);
     if (req == nullptr) {
         KERV_WARN("Can't malloc for pending req : %s !!", strerror(errno));
         return KAL_FALSE;
@@ -172,7 +171,7 @@ void *kerv_srv_thread(void *) {
     }
     /* The worker may still hold requests that use the instance; it releases it when it
        reaches this notice, after all of them. */
-    kerv_srv_notify(-1, KERV_SRV_CHANNEL_CLOSED);
+    kerv_req_notify(KERV_WORK_CHANNEL_CLOSED, -1);
     kerv_stop_line_release();
     KERV_FUNC(" END");
     pthread_exit(nullptr);

@@ -2,8 +2,9 @@
 
 #include "csocket.h"
 #include "channel.h"
-#include "request_queue.h"
 #include "engine_entry.h"
+#include "host_output.h"
+#include "request_queue.h"
 
 #include <cerrno>
 #include <cstring>
@@ -26,17 +27,17 @@ void limit_request_wait(int conn) {
 
 void release(struct req *req) {
     close(req->fd);
-    free_ctrl_buffer(req);
+    kerv_req_free(req);
 }
 
 /* Reads and unpacks the one request of the connection; KAL_FALSE after a printed refusal. */
 kal_bool read_request(struct req *req) {
-    const ssize_t got = kerv_safe_read(req->fd, &req->request, KERV_REQUEST_WIRE_MAX);
+    const ssize_t got = kerv_safe_read(req->fd, req->request, KERV_REQUEST_WIRE_MAX);
     if (got < 0) {
         KERV_PRINT("Can't read request : %s !!", strerror(errno));
         return KAL_FALSE;
     }
-    if (kerv_unpack_request(&req->request, static_cast<int>(got)) != 0) {
+    if (kerv_unpack_request(req->request, static_cast<int>(got)) != 0) {
         KERV_PRINT("Can't unpack request !!");
         return KAL_FALSE;
     }
@@ -44,9 +45,9 @@ kal_bool read_request(struct req *req) {
 }
 
 void answer_hash(struct req *req) {
-    req->request.status = 0;
+    req->request->status = 0;
     char result[kHashResultSize] = {};
-    char *name = req->request.arg[0];
+    char *name = req->request->arg[0];
     const char *reply = "ERROR";
     if (name != nullptr &&
         rmmi_process_calcuate_cmd(req->fd, name, result, kHashResultSize - 1) == KAL_TRUE) {
@@ -56,7 +57,7 @@ void answer_hash(struct req *req) {
         KERV_PRINT(" fail to caculate hash value for cmd");
     }
     kerv_app_reply(req, reply);
-    free_ctrl_buffer(req);
+    kerv_req_free(req);
 }
 
 /* STOP and START alike. The channel is closed before the connection: when the application
@@ -68,7 +69,7 @@ void stop_channel(struct req *req) {
 }
 
 void act_on_request(struct req *req) {
-    switch (req->request.cmd) {
+    switch (req->request->cmd) {
     case KERV_REQUEST_CMD_START:
     case KERV_REQUEST_CMD_STOP:
         stop_channel(req);
@@ -100,20 +101,19 @@ void app_request_handle(int reqfd) {
         KERV_PRINT("Can't accept request socket : %s !!", strerror(errno));
         return;
     }
-    auto *req = static_cast<struct req *>(get_ctrl_buffer(sizeof(struct req)));
+    struct req *req = kerv_req_create_control(conn);
     if (req == nullptr) {
         KERV_PRINT("Can't malloc for pending request : %s !!", strerror(errno));
         close(conn);
         return;
     }
-    req->fd = conn;
     limit_request_wait(conn);
     if (!read_request(req)) {
         release(req);
         return;
     }
     KERV_DBG(" APP fd=[%d] in server side", conn);
-    if (req->request.type != KERV_REQUEST_TYPE_APP) {
+    if (req->request->type != KERV_REQUEST_TYPE_APP) {
         KERV_PRINT("request_handle: request type is not application");
         release(req);
         return;
@@ -123,7 +123,7 @@ void app_request_handle(int reqfd) {
 }
 
 void kerv_app_reply(struct req *req, const char *text) {
-    kervRequest_t *record = &req->request;
+    kervRequest_t *record = req->request;
     /* The text may lie in the record's own buffer (a reply made from a received argument). */
     const size_t text_len = strnlen(text, sizeof(record->buf) - 1);
     memmove(record->buf, text, text_len);

@@ -15,6 +15,7 @@ void app_request_handle(int reqfd);
 /*
  * Answers an application's request on req->fd with its own record, argument 0 now text and
  * no other argument, packed; then closes the connection. The element stays the caller's.
+ * Main thread (GEN_HASH) and request worker (RELOAD).
  */
 void kerv_app_reply(struct req *req, const char *text);
 

@@ -7,6 +7,7 @@
 #include "startup.h"
 #include "plugin_loader.h"
 #include "engine_context.h"
+#include "host_output.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -38,6 +39,7 @@ int main(int, char **) {
     KERV_INFO("pidfd=%d", pidfd);
     config_signal();
     rmmi_init();
+    rmmi_set_output_writer(kerv_host_write);
     if (!kerv_create()) {
         KERV_PRINT(" Can't initialize KERV engine.");
         exit(-1);

@@ -1,14 +1,13 @@
 /*
- * The request queue and its single worker. Three producers (channel server thread, URC
- * receiver, control handler on the main thread) append elements; one worker takes them in
- * order and runs each to completion. The worker is the only thread that runs the AT
- * engine and the only one that writes to the host connection, so a URC never lands inside
- * an answer and answers keep their order.
+ * The request queue: one first-in, first-out list of work for the single request worker
+ * (request_worker.h). Three producers append: the channel server thread (host lines and
+ * host notices), the URC receiver (URCs) and the control handler on the main thread
+ * (RELOAD requests). The worker alone removes.
  *
- * Ownership: a producer allocates an element with get_ctrl_buffer and hands it over with
- * appReqEnqueue; the worker frees it. Every element made inside the daemon carries its text
- * (command line, URC) in its own request record, so the producer may reuse its buffers at
- * once and a queued text stays intact until the worker has run it.
+ * Ownership: a producer makes an element with one of the kerv_req_* constructors and hands
+ * it over with appReqEnqueue; from then on the worker owns it and releases it with
+ * kerv_req_free. An element carries its own copy of its text, so a producer may reuse its
+ * buffers at once.
  */
 #ifndef KERV_QUEUE_H
 #define KERV_QUEUE_H
@@ -19,22 +18,23 @@
 
 #include <cstddef>
 
+/* What an element asks of the worker. */
+typedef enum {
+    KERV_WORK_LINE,          /* run the host line in text; answers go to fd */
+    KERV_WORK_LINE_TOO_LONG, /* answer the host on fd with "\r\nERROR\r\n" */
+    KERV_WORK_URC,           /* write text to the host connected at that moment */
+    KERV_WORK_CONTROL,       /* an application's request (RELOAD); answer on fd */
+    KERV_WORK_HOST_CLOSED,   /* the host on fd has gone: close fd after its lines */
+    KERV_WORK_CHANNEL_CLOSED /* the channel server thread has ended */
+} kerv_work_e;
+
 struct req {
     struct list next; /* first member: the element's address is its link's */
-    int fd;           /* where the request's output goes */
-    kervRequest_t request;
-};
-
-/*
- * What the channel server thread hands the worker besides command lines (type
- * KERV_REQUEST_TYPE_SRV). These values lie above the wire's command range, so a record
- * from the control socket can never carry one.
- */
-enum kerv_srv_notice_e : u_int16_t {
-    KERV_SRV_LINE_TOO_LONG = 0x100, /* answer the host on fd with "\r\nERROR\r\n" */
-    KERV_SRV_HOST_CLOSED,           /* the host on fd has gone: close fd */
-    KERV_SRV_CHANNEL_CLOSED         /* the channel server thread has ended: release the
-                                       channel instance */
+    int fd;           /* where the element's output goes */
+    kerv_work_e kind;
+    kervRequest_t *request; /* KERV_WORK_CONTROL: the application's record, owned */
+    size_t text_len;        /* line or URC: bytes in text, without its NUL */
+    char text[];            /* line or URC, NUL-terminated; sized to fit */
 };
 
 /* Sets the queue head to the empty list; before any thread starts. */
@@ -43,19 +43,13 @@ void appReqEnqueue(struct req *req);
 /* Waits for an element and removes the first one; null when woken to an empty queue. */
 struct req *appReqDequeue();
 
-/*
- * A zero-filled element of type KERV_REQUEST_TYPE_SRV for fd and cmd, whose argument 0 is
- * its own copy of text (text_len bytes, fewer than the record's buffer holds; no argument
- * when text is null). Null when no memory is left.
- */
-struct req *kerv_srv_req_create(int fd, u_int16_t cmd, const char *text, size_t text_len);
-/* Queues a notice for fd; KAL_FALSE when no memory was left for it. */
-kal_bool kerv_srv_notify(int fd, u_int16_t notice);
-
-void *kerv_request_thread(void *arg);
-
-/* Writes all of buf to fd, as many writes as it takes; a peer that has gone simply loses
-   the rest (the daemon ignores SIGPIPE). */
-void kerv_write_all(int fd, const char *buf, size_t len);
+/* An element of kind for fd carrying a NUL-terminated copy of text_len bytes of text
+   (none when text is null). Null when no memory is left. */
+struct req *kerv_req_create(kerv_work_e kind, int fd, const char *text, size_t text_len);
+/* An application's request on the connection fd, with room for its record. */
+struct req *kerv_req_create_control(int fd);
+void kerv_req_free(struct req *req);
+/* Queues a text-less element; KAL_FALSE when no memory was left for it. */
+kal_bool kerv_req_notify(kerv_work_e kind, int fd);
 
 #endif /* KERV_QUEUE_H */

@@ -5,6 +5,7 @@
 #include "daemon_config.h"
 #include "control_handler.h"
 #include "request_queue.h"
+#include "request_worker.h"
 #include "channel_server.h"
 #include "urc_receiver.h"
 #include "request.h"

@@ -107,8 +107,8 @@ kal_bool urc_request_handle(urcInfo_t *urc) {
         KERV_WARN("Can't open fd : %s !!", strerror(errno));
         return KAL_FALSE;
     }
-    struct req *req = kerv_srv_req_create(urc->new_fd, KERV_REQUEST_URC_RESPONSE, urc->cmd_buf,
-                                          strlen(urc->cmd_buf));
+    struct req *req =
+        kerv_req_create(KERV_WORK_URC, urc->new_fd, urc->cmd_buf, strlen(urc->cmd_buf));
     if (req == nullptr) {
         KERV_WARN("Can't malloc for pending req : %s !!", strerror(errno));
         return KAL_FALSE;

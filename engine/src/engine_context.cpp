@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <unistd.h>
 
 rmmi_context_struct *RMMI_PTR = nullptr;
 
@@ -18,6 +19,23 @@ void set_user_s_registers(rmmi_s_register_struct *s_reg) {
     s_reg->s8 = 2;
     s_reg->s10 = 2;
 }
+
+/* Writes all of buf, as many writes as it takes, until the receiver refuses. */
+void write_plainly(int fd, const void *buf, size_t len) {
+    const char *next = static_cast<const char *>(buf);
+    while (len > 0) {
+        const ssize_t written = write(fd, next, len);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return;
+        next += written;
+        len -= static_cast<size_t>(written);
+    }
+}
+
+/* Set before the worker starts, read by the worker only. */
+rmmi_output_writer_t output_writer = write_plainly;
 
 } // namespace
 
@@ -116,6 +134,14 @@ void rmmi_reset(void) {
     context->rsp_mode.suppress_flag = 0;
     context->char_set = RMMI_CHSET_IRA;
     context->fd = -1;
+}
+
+void rmmi_set_output_writer(rmmi_output_writer_t writer) {
+    output_writer = writer != nullptr ? writer : write_plainly;
+}
+
+void rmmi_write_output(int fd, const void *buf, size_t len) {
+    output_writer(fd, buf, len);
 }
 
 } // extern "C"

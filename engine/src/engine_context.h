@@ -14,6 +14,8 @@
 #include "kal_common.h"
 #include "rmmi_common.h"
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -113,6 +115,17 @@ void rmmi_read_custom_default_setting(rmmi_process_multi_cmd_type type,
 rmmi_context_struct *rmmi_get_context_ptr(void);
 /* Puts the user-settable part of the context back to its reset values. */
 void rmmi_reset(void);
+
+/*
+ * The engine's one way out: every response and result code is handed to the output writer
+ * with the descriptor of the line in progress. The program that runs the engine installs
+ * its writer before the worker starts (the daemon's gives up on a host that stops
+ * reading); until then the bytes go out with plain writes. A writer reports nothing: a
+ * receiver that has gone simply loses the output.
+ */
+typedef void (*rmmi_output_writer_t)(int fd, const void *buf, size_t len);
+void rmmi_set_output_writer(rmmi_output_writer_t writer);
+void rmmi_write_output(int fd, const void *buf, size_t len);
 
 #ifdef __cplusplus
 }

@@ -1,6 +1,5 @@
 #include "response_format.h"
 
-#include "csocket.h"
 #include "engine_context.h"
 
 #include <cstring>
@@ -96,7 +95,7 @@ void write_result_code(rmmi_context_struct *context, const ResultTemplate &resul
                                context->arg_list, value != nullptr ? 1 : 0);
     /* The entry pointed into this frame; leave no dangling pointer in the context. */
     context->arg_list[0] = nullptr;
-    kerv_safe_write(context->fd, text, length);
+    rmmi_write_output(context->fd, text, length);
 }
 
 /* Appends the text src to out[0..kept), keeping at most 1022 bytes in all. */
@@ -257,7 +256,7 @@ void rmmi_final_rsp_generator(kal_bool ret_val, const kal_uint8 *buffer, kal_uin
         return;
     }
     if (string_length != 0 && buffer != nullptr)
-        kerv_safe_write(context->fd, buffer, string_length);
+        rmmi_write_output(context->fd, buffer, string_length);
     rmmi_result_code_fmttr(RMMI_RCODE_OK, RMMI_SUCCESS_CAUSE);
 }
 
@@ -272,7 +271,7 @@ void rmmi_rsp_generator(const kal_uint8 *string_ptr, const kal_uint8 *buffer,
         kept = append_bounded(out, kept, string_ptr);
     kept = append_bounded(out, kept, buffer);
     if (kept != 0)
-        kerv_safe_write(context->fd, out, kept);
+        rmmi_write_output(context->fd, out, kept);
 }
 
 void rmmi_sms_result_code_fmttr(kal_uint8 rsp_type, kal_uint16 cause, kal_bool cause_present) {
@@ -297,7 +296,7 @@ void rmmi_sms_result_code_fmttr(kal_uint8 rsp_type, kal_uint16 cause, kal_bool c
     const int length = cause_present == KAL_TRUE
                            ? kal_sprintf(text, "\r\n+CMS ERROR: %u\r\n", cause)
                            : kal_sprintf(text, "\r\nERROR\r\n");
-    kerv_safe_write(context->fd, text, static_cast<size_t>(length));
+    rmmi_write_output(context->fd, text, static_cast<size_t>(length));
 }
 
 void rmmi_sms_final_rsp_generator(kal_bool ret_val, const kal_uint8 *buffer,

@@ -2,6 +2,7 @@
    verdict and status texts. What a relayed answer becomes is in the transcripts. */
 #include "kerv_md_request.h"
 #include "modem_relay.h"
+#include "modemd_stub.h"
 
 #include "test_support.h"
 

@@ -1,6 +1,6 @@
 /*
  * Validator plug-ins for the loader tests, one per TEST_PLUGIN_* variant. Each validator
- * answers with its plug-in's name, so a test can tell which record a lookup found.
+ * answers with its plug-in's name.
  */
 #include "rmmi_common.h"
 
@@ -17,16 +17,9 @@ static kal_bool answer_with_name(rmmi_string_struct *cmd, char *out, int *out_le
 /* Exports validators under another name: the loader must report the missing symbol. */
 rmmi_validator_t validators[] = {{"+nosym", 0, 0, NULL, answer_with_name},
                                  {NULL, 0, 0, NULL, NULL}};
-#elif defined(TEST_PLUGIN_NULLNAME)
-rmmi_validator_t rmmi_validators[] = {{NULL, 0, 0, NULL, NULL},
-                                      {"+hidden", 0, 0, NULL, answer_with_name}};
-#elif defined(TEST_PLUGIN_NULLFUNC)
-rmmi_validator_t rmmi_validators[] = {{"+nofunc", 0, 0, NULL, NULL},
-                                      {"+good", 0, 0, NULL, answer_with_name},
-                                      {NULL, 0, 0, NULL, NULL}};
 #else
 /* alpha, beta and gamma: a shared command and one of their own. */
-rmmi_validator_t rmmi_validators[] = {{"+cgdcont", 6645417, 552, NULL, answer_with_name},
+rmmi_validator_t rmmi_validators[] = {{"+cgdcont", 0, 0, NULL, answer_with_name},
                                       {"+" PLUGIN_NAME, 0, 0, "(0-1)", answer_with_name},
                                       {NULL, 0, 0, NULL, NULL}};
 #endif
