@@ -17,7 +17,6 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -269,15 +268,18 @@ bool Daemon::alive() const {
     return pid_ > 0 && process_running(pid_);
 }
 
-bool Daemon::thread_blocked_writing() const {
-    const std::string tasks = "/proc/" + std::to_string(pid_) + "/task";
-    for (const auto &task : std::filesystem::directory_iterator(tasks)) {
-        const std::string call = read_file(task.path().string() + "/syscall");
-        const long number = call.empty() ? -1 : strtol(call.c_str(), nullptr, 10);
-        if (number == SYS_write || number == SYS_sendto)
-            return true;
+unsigned long Daemon::unsent_to_host() const {
+    /* The daemon's end of the connection: local port ours, state 01 (established). */
+    char local_end[16];
+    snprintf(local_end, sizeof(local_end), ":%04X ", tcp_port_);
+    std::istringstream table(read_file("/proc/net/tcp"));
+    std::string sl, local, remote, state, queues;
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream(line) >> sl >> local >> remote >> state >> queues;
+        if ((local + " ").find(local_end) != std::string::npos && state == "01")
+            return strtoul(queues.c_str(), nullptr, 16);
     }
-    return false;
+    return 0;
 }
 
 std::string Daemon::output() const {

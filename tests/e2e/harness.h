@@ -94,8 +94,8 @@ class Daemon {
     void stop();
     pid_t pid() const { return pid_; }
     bool alive() const;
-    /* True when one of the daemon's threads waits in a write or send system call. */
-    bool thread_blocked_writing() const;
+    /* Bytes the daemon has written to its TCP host that the host has not taken. */
+    unsigned long unsent_to_host() const;
     unsigned int tcp_port() const { return tcp_port_; }
     unsigned int urc_port() const { return urc_port_; }
     const std::string &socket_path() const { return socket_path_; }

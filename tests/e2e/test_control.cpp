@@ -77,11 +77,16 @@ TEST_F(Control, StopCutsOffAHostThatStoppedReading) {
     Host host(daemon->tcp_port());
     host.send("ATE1\r");
     ASSERT_EQ(host.read_like(kEchoOn), kEchoOn);
-    /* URCs for a host that never reads, until the worker waits for room to write. */
+    /* URCs for a host that never reads, until the worker waits for room to write: the
+       bytes the daemon holds for the host stop growing. */
+    unsigned long unsent = 0;
     ASSERT_TRUE(eventually([&] {
-        for (int i = 0; i < 100; i++)
+        for (int i = 0; i < 50; i++)
             send_urc(daemon->urc_port(), std::string(1000, 'u'));
-        return daemon->thread_blocked_writing();
+        const unsigned long now = daemon->unsent_to_host();
+        const bool stalled = now > 0 && now == unsent;
+        unsent = now;
+        return stalled;
     }));
     EXPECT_EQ(app(KERV_REQUEST_CMD_STOP), "");
     /* The worker is free again: a reload is answered. */
