@@ -53,7 +53,8 @@ struct Sim {
 TEST(ModemdSim, AnswersLikeTwoModemsAndFromItsRulesFile) {
     TempDir dir;
     write_file(dir.file("rules"), "# test rules\n\nAT+CSQ => \\r\\n+CSQ: 5,99\\r\\n\\r\\nOK\\r\\n\n"
-                                  "at+kerv=1,\"x\" => \\r\\n+KERV: done\\r\\n\n");
+                                  "at+kerv=1,\"x\" => \\r\\n+KERV: done\\r\\n\n"
+                                  "AT+DROP => @silent\n");
     {
         Sim sim(dir, {});
         ASSERT_NE(sim.port, 0);
@@ -67,6 +68,7 @@ TEST(ModemdSim, AnswersLikeTwoModemsAndFromItsRulesFile) {
     EXPECT_EQ(sim.ask(1, 998, "AT+CSQ\r"), "\r\n+CSQ: 5,99\r\n\r\nOK\r\n");
     EXPECT_EQ(sim.ask(16, 998, "AT+KERV=1,\"X\"\r"), "\r\n+KERV: done\r\n");
     EXPECT_EQ(sim.ask(16, 998, "AT+CPIN?\r"), "\r\n+CPIN: READY\r\n\r\nOK\r\n");
+    EXPECT_EQ(sim.ask(16, 998, "AT+DROP\r"), "<none>");
     write_file(dir.file("broken"), "no arrow here\n");
     EXPECT_EQ(run_tool(dir, KERV_TEST_MODEMD_SIM_PATH, {"--rules", dir.file("broken")}, {}).status,
               2);

@@ -127,6 +127,49 @@ std::string Stub::answer_text(const Request &request) {
     return fallback_;
 }
 
+/* Called with the lock held. The answer for request, shaped by the settings and by the
+   fault a rule's answer may start with (see Rule). */
+Stub::Plan Stub::plan(const Request &request) {
+    Plan plan{{}, reply_ == Reply::silent ? 0 : 1, delay_ms_};
+    if (!raw_next_.empty()) {
+        plan.datagram = raw_next_.front();
+        raw_next_.erase(raw_next_.begin());
+        return plan;
+    }
+    std::string text = answer_text(request);
+    std::string fault;
+    if (!text.empty() && text[0] == '@') {
+        const size_t end = text.find(' ');
+        fault = text.substr(1, end == std::string::npos ? std::string::npos : end - 1);
+        text = end == std::string::npos ? "" : text.substr(end + 1);
+    }
+    if (fault == "raw") {
+        plan.datagram = text;
+        return plan;
+    }
+    if (fault == "silent")
+        plan.copies = 0;
+    else if (fault == "twice")
+        plan.copies = 2;
+    else if (fault.rfind("delay=", 0) == 0)
+        plan.delay_ms = strtol(fault.c_str() + 6, nullptr, 10);
+    else if (fault == "oversized")
+        text.assign(2 * sizeof(Modem_Response_t), 'x');
+    Modem_Response_t header{};
+    header.magic = MODEM_REQUEST_MAGIC;
+    header.token = request.token;
+    header.target = request.target;
+    header.response_id = request.request_id;
+    header.request_id = request.request_id;
+    header.result = result_;
+    header.data_len = static_cast<uint32_t>(data_len_ < 0 ? text.size() : data_len_);
+    plan.datagram.assign(reinterpret_cast<const char *>(&header), MODEM_RESPONSE_HEADER_SIZE);
+    plan.datagram += text;
+    if (reply_ == Reply::short27)
+        plan.datagram.resize(MODEM_RESPONSE_HEADER_SIZE - 1);
+    return plan;
+}
+
 void Stub::log(const Request &request) const {
     printf("token=%u target=%u request_id=%u data_len=%u text=\"%s\"\n", request.token,
            request.target, request.request_id, request.data_len, escape(request.data).c_str());
@@ -158,39 +201,28 @@ void Stub::serve() {
                                  static_cast<size_t>(got)};
         if (logging_)
             log(request);
-        Modem_Response_t resp{};
-        size_t resp_len = 0;
-        long delay_ms;
+        Plan answer;
         {
             std::lock_guard<std::mutex> lock(mutex_);
             requests_.push_back(request);
             arrived_.notify_all();
-            delay_ms = delay_ms_;
-            const std::string text = answer_text(request);
-            const size_t copied = std::min(text.size(), sizeof(resp.data));
-            resp.magic = MODEM_REQUEST_MAGIC;
-            resp.token = request.token;
-            resp.target = request.target;
-            resp.response_id = request.request_id;
-            resp.request_id = request.request_id;
-            resp.result = result_;
-            resp.data_len =
-                data_len_ < 0 ? static_cast<uint32_t>(copied) : static_cast<uint32_t>(data_len_);
-            memcpy(resp.data, text.data(), copied);
-            resp_len = reply_ == Reply::silent    ? 0
-                       : reply_ == Reply::short27 ? MODEM_RESPONSE_HEADER_SIZE - 1
-                                                  : MODEM_RESPONSE_HEADER_SIZE + copied;
+            answer = plan(request);
         }
-        if (resp_len == 0)
-            continue;
         /* A late answer holds up the ones after it, as one busy modem daemon would. */
-        if (delay_ms > 0) {
+        if (answer.copies > 0 && answer.delay_ms > 0) {
             pollfd stop = {stop_[0], POLLIN, 0};
-            if (poll(&stop, 1, static_cast<int>(delay_ms)) > 0)
+            if (poll(&stop, 1, static_cast<int>(answer.delay_ms)) > 0)
                 return;
         }
-        sendto(fd_, &resp, resp_len, 0, reinterpret_cast<sockaddr *>(&sender), sender_len);
+        for (int copy = 0; copy < answer.copies; ++copy)
+            sendto(fd_, answer.datagram.data(), answer.datagram.size(), 0,
+                   reinterpret_cast<sockaddr *>(&sender), sender_len);
     }
+}
+
+void Stub::answer_next_raw(const std::string &datagram) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    raw_next_.push_back(datagram);
 }
 
 bool load_rules(const char *path, std::vector<Rule> *rules) {

@@ -34,8 +34,13 @@ enum class Reply {
     silent   /* nothing at all */
 };
 
-/* command: the AT text without its carriage return, matched ignoring case; target 0 matches
-   any target. */
+/*
+ * command: the AT text without its carriage return, matched ignoring case; target 0 matches
+ * any target. An answer may start with a fault for this command alone: "@silent" (no
+ * answer), "@twice TEXT" (sent twice), "@delay=MS TEXT" (sent late), "@oversized" (a
+ * datagram of twice the response record, data_len counting all of it), "@raw BYTES" (the
+ * bytes are the whole datagram).
+ */
 struct Rule {
     std::string command;
     uint32_t target;
@@ -61,6 +66,8 @@ class Stub {
     void answer(Reply reply, const std::string &text = "\r\nOK\r\n", uint32_t result = 0,
                 int64_t data_len = -1);
     void set_delay_ms(long delay_ms);
+    /* The next request, whatever it is, gets datagram as its whole answer. */
+    void answer_next_raw(const std::string &datagram);
     /* Prints one line per request on standard output (the program's log). */
     void set_logging(bool on) { logging_ = on; }
 
@@ -70,8 +77,14 @@ class Stub {
     bool wait_requests(size_t count, long wait_ms = 10000);
 
   private:
+    struct Plan {
+        std::string datagram;
+        int copies;
+        long delay_ms;
+    };
     void serve();
     std::string answer_text(const Request &request);
+    Plan plan(const Request &request);
     void log(const Request &request) const;
 
     int fd_ = -1;
@@ -82,6 +95,7 @@ class Stub {
     std::condition_variable arrived_;
     std::vector<Request> requests_;
     std::vector<Rule> rules_;
+    std::vector<std::string> raw_next_;
     Reply reply_ = Reply::text;
     uint32_t result_ = MODEM_RET_OK;
     int64_t data_len_ = -1;
