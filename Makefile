@@ -45,7 +45,7 @@ test-tsan:
 # armhf: the cross toolchain builds everything (benchmarks aside) and the tests run under
 # qemu-arm. Needs g++-arm-linux-gnueabihf, qemu-user and googletest (sources).
 cross: cross-build
-	ctest --test-dir $(CROSS_BUILD) $(CTEST_ARGS)
+	ctest --test-dir $(CROSS_BUILD) $(CTEST_ARGS) -LE slow
 
 cross-build:
 	@command -v arm-linux-gnueabihf-g++ >/dev/null && command -v qemu-arm >/dev/null || \
