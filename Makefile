@@ -1,13 +1,18 @@
 # kervd: `make run` starts the daemon with the modem-daemon stand-in; `make test` builds
-# everything and runs every test.
-BUILD      ?= build
-ASAN_BUILD ?= build-asan
-FUZZ_BUILD ?= build-fuzz
-TSAN_BUILD ?= build-tsan
+# everything and runs every test; `make cross` does the same for armhf under qemu-arm;
+# `make package` writes the Debian packages for amd64 and armhf into $(PACKAGES);
+# `make fuzz` and `make soak` run the fuzz targets and the soak suite.
+BUILD       ?= build
+ASAN_BUILD  ?= build-asan
+TSAN_BUILD  ?= build-tsan
+FUZZ_BUILD  ?= build-fuzz
+CROSS_BUILD ?= build-armhf
+PKG_BUILD   ?= build-pkg
+PACKAGES    ?= packages
 JOBS       ?= $(shell nproc)
 CTEST_ARGS ?= --output-on-failure -j $(JOBS)
 
-.PHONY: all build test test-asan test-tsan run bench format clean fuzz soak
+.PHONY: all build test test-asan test-tsan cross cross-build package run bench format clean fuzz soak
 
 all: build
 
@@ -32,6 +37,28 @@ test-tsan:
 	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DKERV_SANITIZE=thread
 	cmake --build $(TSAN_BUILD) -j $(JOBS)
 	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir $(TSAN_BUILD) $(CTEST_ARGS)
+
+# armhf: the cross toolchain builds everything (benchmarks aside) and the tests run under
+# qemu-arm. Needs g++-arm-linux-gnueabihf, qemu-user and googletest (sources).
+cross: cross-build
+	ctest --test-dir $(CROSS_BUILD) $(CTEST_ARGS)
+
+cross-build:
+	@command -v arm-linux-gnueabihf-g++ >/dev/null && command -v qemu-arm >/dev/null || \
+	  { echo "make cross needs: apt-get install g++-arm-linux-gnueabihf qemu-user googletest"; exit 1; }
+	cmake -S . -B $(CROSS_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake \
+	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr -DKERV_BUILD_BENCHMARKS=OFF
+	cmake --build $(CROSS_BUILD) -j $(JOBS)
+
+# Packages are built from /usr-prefixed builds: amd64 without tests, armhf from the cross build.
+package: cross-build
+	cmake -S . -B $(PKG_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
+	  -DKERV_BUILD_TESTS=OFF -DKERV_BUILD_BENCHMARKS=OFF
+	cmake --build $(PKG_BUILD) -j $(JOBS)
+	cd $(PKG_BUILD) && cpack -G DEB -B $(abspath $(PACKAGES))
+	cd $(CROSS_BUILD) && cpack -G DEB -B $(abspath $(PACKAGES))
+	rm -rf $(PACKAGES)/_CPack_Packages
+	@ls -l $(PACKAGES)/*.deb
 
 # Every fuzz target for FUZZ_SECONDS (default 60) in turn, in a Clang build with the whole
 # project instrumented; FUZZ_TARGETS picks some. Figures per target on the last lines.
@@ -61,4 +88,4 @@ format:
 	git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(CROSS_BUILD) $(PKG_BUILD) $(PACKAGES)

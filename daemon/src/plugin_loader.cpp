@@ -2,6 +2,7 @@
 
 #include "validator_registry.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -12,7 +13,8 @@
 namespace {
 
 constexpr size_t kLibPathSize = 256;
-constexpr const char *kDefaultPluginDir = "/lib/kerv_plugin";
+/* The board's plug-in directory, fixed at build time (KERV_PLUGIN_DIR). */
+constexpr const char *kDefaultPluginDir = KERV_PLUGIN_DIR;
 /* Characters of an entry name before its library name ("lib" in libcgdcont.so). */
 constexpr size_t kLibPrefixLen = 3;
 
@@ -82,7 +84,15 @@ kal_bool config_libdir(void) {
 
 kal_bool get_lib_name(DIR *dir, char *buf, int size) {
     KERV_FUNC("get_lib_name()");
-    for (const dirent *entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
+    for (;;) {
+        /* readdir() ends both at the directory's end and on failure; only errno tells. */
+        errno = 0;
+        const dirent *entry = readdir(dir);
+        if (entry == nullptr) {
+            if (errno != 0)
+                KERV_WARN("Can't read the plugin directory : %s !!", strerror(errno));
+            return KAL_FALSE;
+        }
         const char *suffix = strstr(entry->d_name, ".so");
         if (suffix == nullptr)
             continue;
@@ -98,7 +108,6 @@ kal_bool get_lib_name(DIR *dir, char *buf, int size) {
         buf[name_len] = '\0';
         return KAL_TRUE;
     }
-    return KAL_FALSE;
 }
 
 void plugin_httpd_lib(char *lib_name) {

@@ -1,23 +1,34 @@
 #!/bin/sh
-# Installs the build into a scratch prefix and builds the example plug-in (C) and a small
-# C++ plug-in against it with nothing but the compiler and pkg-config, as an author would.
-# usage: check_plugin_sdk.sh BUILD_DIR SOURCE_DIR
+# Installs the build into a scratch root and builds the example plug-in (C) and a small
+# C++ plug-in against it with nothing but the build's compilers and pkg-config, as an
+# author would (a cross build's compilers make plug-ins for the target).
+# usage: check_plugin_sdk.sh BUILD_DIR C_COMPILER CXX_COMPILER
 set -eu
 build_dir=$1
-source_dir=$2
+cc=$2
+cxx=$3
 work=$(mktemp -d /tmp/kerv-sdk-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 
-cmake --install "$build_dir" --prefix "$work/prefix" >/dev/null
-pc=$(find "$work/prefix" -name kervutil.pc)
+# DESTDIR keeps even a /usr-prefixed build (whose plug-in directory is absolute) inside.
+DESTDIR="$work/root" cmake --install "$build_dir" >/dev/null
+pc=$(find "$work/root" -name kervutil.pc)
 [ -n "$pc" ] || { echo "kervutil.pc was not installed"; exit 1; }
+example=$(find "$work/root" -path '*/kerv/examples/cgdcont.c')
+[ -n "$example" ] || { echo "the example plug-in's source was not installed"; exit 1; }
 export PKG_CONFIG_PATH="$(dirname "$pc")"
+export PKG_CONFIG_LIBDIR="$PKG_CONFIG_PATH"
 flags=$(pkg-config --cflags --libs kervutil)
 
-cc -shared -fPIC -Wall -Wextra -Werror -o "$work/libcgdcont.so" \
-  "$work/prefix/share/kerv/examples/cgdcont.c" $flags
-nm -D --defined-only "$work/libcgdcont.so" | grep -q ' rmmi_validators$' \
-  || { echo "libcgdcont.so does not export rmmi_validators"; exit 1; }
+# The plug-in must define (not just use) its validator table.
+exports_validators() {
+  readelf -W --dyn-syms "$1" | awk '$8 == "rmmi_validators" && $7 != "UND" { found = 1 }
+                                    END { exit !found }' \
+    || { echo "$1 does not export rmmi_validators"; exit 1; }
+}
+
+"$cc" -shared -fPIC -Wall -Wextra -Werror -o "$work/libcgdcont.so" "$example" $flags
+exports_validators "$work/libcgdcont.so"
 
 cat > "$work/echo.cpp" <<'CPP'
 #include <kerv_plugin.h>
@@ -33,7 +44,15 @@ rmmi_validator_t rmmi_validators[] = {
     {(char *)"+echo", 0, 0, nullptr, echo_validator}, {nullptr, 0, 0, nullptr, nullptr}};
 }
 CPP
-c++ -shared -fPIC -Wall -Wextra -Werror -o "$work/libecho.so" "$work/echo.cpp" $flags
-nm -D --defined-only "$work/libecho.so" | grep -q ' rmmi_validators$' \
-  || { echo "libecho.so does not export rmmi_validators"; exit 1; }
-echo "plug-ins built against the installed kervutil"
+"$cxx" -shared -fPIC -Wall -Wextra -Werror -o "$work/libecho.so" "$work/echo.cpp" $flags
+exports_validators "$work/libecho.so"
+
+# An application of the control socket builds against the installed client library.
+cat > "$work/client.c" <<'C'
+#include <request.h>
+int main(void) { return kerv_connect_request() >= 0 ? 0 : 1; }
+C
+"$cc" -Wall -Wextra -Werror -o "$work/client" "$work/client.c" \
+  $(pkg-config --cflags --libs kervrequest) \
+  -Wl,-rpath-link,"$(pkg-config --variable=libdir kervrequest)"
+echo "plug-ins and a control client built against the installed SDK"

@@ -39,17 +39,23 @@ TEST_F(Store, FileFormatRules) {
                 "KERV_WAS_SET=1\n"
                 "KERV_WAS_SET=\n"
                 "KERV_TAIL=end");
-    const struct {
-        const char *key, *value;
-    } cases[] = {
-        {"KERV_DEBUG", "1"},        {"KERV_EMPTY", "<none>"},   {"KERV_LISTEN_PORT", "6000"},
-        {"KERV_CRLF", "abc"},       {"KERV_TEXT", " a=b  c "},  {"KERV_WAS_SET", "<none>"},
-        {"KERV_TAIL", "end"},       {"KERV_HIDDEN", "<fail>"},  {"KERV_SPACED", "<fail>"},
-        {"KERV", "<fail>"},         {"KERV_LISTEN_PORT=5556", "<fail>"},
-        {"KERV_MISSING", "<fail>"}, {"", "<fail>"},
+    const std::pair<const char *, const char *> cases[] = {
+        {"KERV_DEBUG", "1"},
+        {"KERV_EMPTY", "<none>"},
+        {"KERV_LISTEN_PORT", "6000"},
+        {"KERV_CRLF", "abc"},
+        {"KERV_TEXT", " a=b  c "},
+        {"KERV_WAS_SET", "<none>"},
+        {"KERV_TAIL", "end"},
+        {"KERV_HIDDEN", "<fail>"},
+        {"KERV_SPACED", "<fail>"},
+        {"KERV", "<fail>"},
+        {"KERV_LISTEN_PORT=5556", "<fail>"},
+        {"KERV_MISSING", "<fail>"},
+        {"", "<fail>"},
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(get(c.key), c.value) << c.key;
+    for (const auto &[key, value] : cases)
+        EXPECT_EQ(get(key), value) << key;
 }
 
 TEST_F(Store, UnreadableStoreFailsEveryKeyAndEditsAreSeenAtOnce) {
@@ -57,8 +63,6 @@ TEST_F(Store, UnreadableStoreFailsEveryKeyAndEditsAreSeenAtOnce) {
     setenv("SNCFG_FILE", dir.path.c_str(), 1);
     EXPECT_EQ(get("KERV_DEBUG"), "<fail>") << "a directory";
     setenv("SNCFG_FILE", path.c_str(), 1);
-    write_store("KERV_DEBUG=3\n");
-    EXPECT_EQ(get("KERV_DEBUG"), "3");
     write_store("KERV_DEBUG=4\n");
     EXPECT_EQ(get("KERV_DEBUG"), "4");
 }

@@ -1,6 +1,6 @@
 /*
  * Helpers shared by the unit tests of the pure modules: a private temporary directory,
- * descriptor counting and exhaustion, and exactly sized texts and buffers for the toolkit.
+ * descriptor exhaustion, and exactly sized texts and buffers for the toolkit.
  */
 #ifndef TEST_SUPPORT_H
 #define TEST_SUPPORT_H
@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -19,15 +18,6 @@
 #include <vector>
 
 namespace rmmi_test {
-
-inline int open_fd_count() {
-    int count = 0;
-    DIR *dir = opendir("/proc/self/fd");
-    while (readdir(dir) != nullptr)
-        count++;
-    closedir(dir);
-    return count;
-}
 
 /* While it lives, the process cannot open another descriptor. */
 struct NoFreeDescriptors {
@@ -68,10 +58,6 @@ inline std::vector<kal_uint8> text_bytes(const std::string &s) {
     std::vector<kal_uint8> bytes(s.begin(), s.end());
     bytes.push_back(0);
     return bytes;
-}
-
-inline std::string as_string(const kal_uint8 *bytes) {
-    return reinterpret_cast<const char *>(bytes);
 }
 
 /* A command text and a cursor over it. */

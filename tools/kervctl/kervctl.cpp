@@ -8,7 +8,6 @@
 #include "sncfg.h"
 
 #include <arpa/inet.h>
-#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdarg>
@@ -19,6 +18,7 @@
 #include <ctime>
 #include <netinet/in.h>
 #include <poll.h>
+#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -33,8 +33,11 @@ constexpr unsigned int kDefaultListenPort = 5556;
 constexpr unsigned int kDefaultUrcPort = 12394;
 /* The daemon keeps at most this much of one URC datagram. */
 constexpr size_t kUrcTextMax = 1023;
-/* How long a multi-command answer may pause after a final code before it counts as done. */
-constexpr double kSettle_s = 0.3;
+/*
+ * The daemon waits up to 60 s for the modem daemon's answer to a relayed command before it
+ * answers ERROR; the default wait for each final result code outlasts that.
+ */
+constexpr double kDefaultTimeout_s = 65.0;
 constexpr double kTimeoutMax = 2000000.0; /* keeps the wait within poll's int milliseconds */
 
 constexpr const char kUsage[] =
@@ -50,30 +53,33 @@ constexpr const char kUsage[] =
     "  urc TEXT      send TEXT as it is (add any \\r\\n framing yourself) as one URC to\n"
     "                127.0.0.1 at the URC port\n"
     "  at LINE...    send each AT command line, followed by a carriage return, to the\n"
-    "                command channel on 127.0.0.1 and print its answer up to the final\n"
-    "                result code; stops at the first line that does not end in OK\n"
+    "                command channel on 127.0.0.1 and print its whole answer: a final\n"
+    "                result code for each command and, for a line of several commands,\n"
+    "                the line's own; stops after the first line that failed\n"
     "\n"
     "Options:\n"
     "  --port N      port for urc and at (default: the store's KERV_URC_LISTEN_PORT,\n"
     "                12394 when unset, or KERV_LISTEN_PORT, 5556 when unset)\n"
-    "  --timeout S   seconds to wait for the daemon's answer to each request or line\n"
-    "                (default 10)\n"
-    "  --help        show this help\n"
+    "  --timeout S   seconds to wait for the daemon's reply to a request, or for each\n"
+    "                final result code of a line (default 65: the daemon itself waits\n"
+    "                up to 60 s for the modem daemon)\n"
+    "  -h, --help    show this help\n"
+    "  --version     show the version\n"
     "\n"
     "The control socket is $KERVD_CONTROL_SOCKET (default /tmp/kerv.socket); the store is\n"
     "$SNCFG_FILE (default /etc/sncfg.conf).\n"
     "\n"
     "Exit status:\n"
-    "  0   success; for at, every line ended in OK (or numeric 0)\n"
-    "  1   a line ended in ERROR, +CME ERROR, +CMS ERROR or another failing result code,\n"
-    "      no answer came in time, the connection ended early, or the daemon answered\n"
-    "      ERROR or nothing\n"
+    "  0   success; for at, every final result code of every line was OK (or numeric 0)\n"
+    "  1   a command or line got ERROR, +CME ERROR, +CMS ERROR or another failing result\n"
+    "      code, a line holds no AT command (the daemon answers nothing to it), no answer\n"
+    "      came in time, the connection ended early, or the daemon answered ERROR or nothing\n"
     "  2   cannot connect to the daemon, or cannot send the URC\n"
     "  64  usage error\n";
 
 struct Options {
     long port = -1; /* -1: take it from the store */
-    double timeout_s = 10.0;
+    double timeout_s = kDefaultTimeout_s;
     const char *command = nullptr;
     char **args = nullptr;
     int arg_count = 0;
@@ -138,12 +144,16 @@ int parse_arguments(int argc, char **argv, Options *opts) {
             options_done = true;
             continue;
         }
-        if (options_done || strncmp(arg, "--", 2) != 0) {
+        if (options_done || (strncmp(arg, "--", 2) != 0 && strcmp(arg, "-h") != 0)) {
             argv[1 + count++] = argv[i];
             continue;
         }
-        if (strcmp(arg, "--help") == 0) {
+        if (strcmp(arg, "--help") == 0 || strcmp(arg, "-h") == 0) {
             fputs(kUsage, stdout);
+            return kExitOk;
+        }
+        if (strcmp(arg, "--version") == 0) {
+            printf("kervctl %s\n", KERV_VERSION);
             return kExitOk;
         }
         const bool is_port = strncmp(arg, "--port", 6) == 0 && (arg[6] == '\0' || arg[6] == '=');
@@ -347,47 +357,91 @@ int fill_input(int fd, ChannelInput *input, double wait_until) {
 }
 
 /*
- * Prints the channel's bytes as they come until the final result code of the line just
- * sent; what follows it stays in input for the next line. A line of several commands may
- * carry one final code per command (a relayed command brings the modem's own), so until
- * it has that many, each final code is followed by a short wait for more of the answer.
- * The answer failed when any of its final codes did.
+ * A command the daemon answers itself, with OK and without any effect: sent after a line
+ * whose own final result code may or may not follow, its answer shows which it was.
  */
-int print_answer(int fd, ChannelInput *input, const char *line, double timeout_s) {
+constexpr const char kProbeLine[] = "AT+RELAY?\r";
+
+/*
+ * Reads the channel's bytes up to and including the next final result code, waiting at
+ * most timeout_s for it, and prints them, or keeps them in held when that is given; what
+ * follows stays in input. KERVCTL_ANSWER_PENDING after reporting a time-out or the end of
+ * the connection.
+ */
+kervctl_answer_e read_to_final(int fd, ChannelInput *input, const char *line, double timeout_s,
+                               std::string *held) {
     kervctl_answer_scan_t scan;
     kervctl_answer_reset(&scan);
-    const int commands = kervctl_line_command_count(line);
     const double deadline = now_s() + timeout_s;
-    kervctl_answer_e outcome = KERVCTL_ANSWER_PENDING;
-    for (int finals = 0; finals < commands;) {
-        const bool settling = outcome != KERVCTL_ANSWER_PENDING;
-        const int filled =
-            fill_input(fd, input, settling ? std::min(deadline, now_s() + kSettle_s) : deadline);
-        if (filled <= 0 && settling)
-            break;
+    for (;;) {
+        const int filled = fill_input(fd, input, deadline);
         if (filled == 0) {
             complain("no final result code for '%s' within %g s", line, timeout_s);
-            return kExitFailed;
+            return KERVCTL_ANSWER_PENDING;
         }
         if (filled < 0) {
             complain("the connection ended before the final result code for '%s'%s%s", line,
                      errno != 0 ? ": " : "", errno != 0 ? strerror(errno) : "");
-            return kExitFailed;
+            return KERVCTL_ANSWER_PENDING;
         }
         size_t used = 0;
-        const kervctl_answer_e result = kervctl_answer_feed(&scan, input->bytes + input->start,
-                                                            input->end - input->start, &used);
-        fwrite(input->bytes + input->start, 1, used, stdout);
+        const char *bytes = input->bytes + input->start;
+        const kervctl_answer_e result =
+            kervctl_answer_feed(&scan, bytes, input->end - input->start, &used);
+        if (held != nullptr)
+            held->append(bytes, used);
+        else
+            fwrite(bytes, 1, used, stdout);
         input->start += used;
-        if (result == KERVCTL_ANSWER_PENDING)
-            continue;
-        finals++;
-        if (outcome != KERVCTL_ANSWER_FAILED)
-            outcome = result;
-        kervctl_answer_reset(&scan);
+        if (result != KERVCTL_ANSWER_PENDING)
+            return result;
     }
+}
+
+/*
+ * After a line that an error stopped: either the line's own (failed) result follows, then
+ * the probe's OK, or the probe's OK alone. Only the line's result is printed.
+ */
+kervctl_answer_e read_stopped_line_result(int fd, ChannelInput *input, const char *line,
+                                          double timeout_s) {
+    if (!send_all(fd, kProbeLine, strlen(kProbeLine))) {
+        complain("cannot send to the daemon: %s", strerror(errno));
+        return KERVCTL_ANSWER_PENDING;
+    }
+    std::string held;
+    const kervctl_answer_e next = read_to_final(fd, input, line, timeout_s, &held);
+    if (next != KERVCTL_ANSWER_FAILED)
+        return next == KERVCTL_ANSWER_OK ? KERVCTL_ANSWER_FAILED : next;
+    fwrite(held.data(), 1, held.size(), stdout);
+    held.clear();
+    return read_to_final(fd, input, line, timeout_s, &held) == KERVCTL_ANSWER_PENDING
+               ? KERVCTL_ANSWER_PENDING
+               : KERVCTL_ANSWER_FAILED;
+}
+
+/*
+ * Prints the whole answer to the line just sent: one final code per command that runs
+ * (the modem's own for a relayed command), then the line's own where one follows, and
+ * nothing beyond. The line failed when any of its final codes did.
+ */
+int print_answer(int fd, ChannelInput *input, const char *line, double timeout_s) {
+    kervctl_line_plan_t plan;
+    kervctl_plan_line(line, &plan);
+    if (plan.answered == 0) {
+        complain("'%s' holds no AT command: the daemon answers nothing to it", line);
+        return kExitFailed;
+    }
+    const int finals = plan.finals + (plan.line_result == KERVCTL_LINE_RESULT_FOLLOWS ? 1 : 0);
+    bool failed = false;
+    kervctl_answer_e result = KERVCTL_ANSWER_OK;
+    for (int i = 0; i < finals && result != KERVCTL_ANSWER_PENDING; i++) {
+        result = read_to_final(fd, input, line, timeout_s, nullptr);
+        failed = failed || result != KERVCTL_ANSWER_OK;
+    }
+    if (result != KERVCTL_ANSWER_PENDING && plan.line_result == KERVCTL_LINE_RESULT_MAYBE)
+        result = read_stopped_line_result(fd, input, line, timeout_s);
     fflush(stdout);
-    return outcome == KERVCTL_ANSWER_OK ? kExitOk : kExitFailed;
+    return failed || result != KERVCTL_ANSWER_OK ? kExitFailed : kExitOk;
 }
 
 int run_at(const Options &opts) {

@@ -42,10 +42,33 @@ kervctl_answer_e kervctl_answer_feed(kervctl_answer_scan_t *scan, const char *by
                                      size_t *used);
 
 /*
- * How many commands a command line holds: one more than its ';' separators outside
- * double quotes. The answer to such a line may end in up to that many final codes.
+ * Whether a line's own final result code follows its commands' ones. A line of more than
+ * one command that runs to its end always gets one. After an error that stops such a line,
+ * one follows only when a command that ran had failed inside the daemon, which the bytes on
+ * the wire cannot tell apart from a modem's own error answer.
  */
-int kervctl_line_command_count(const char *line);
+typedef enum {
+    KERVCTL_LINE_RESULT_NONE = 0,
+    KERVCTL_LINE_RESULT_FOLLOWS = 1,
+    KERVCTL_LINE_RESULT_MAYBE = 2
+} kervctl_line_result_e;
+
+/*
+ * What the daemon answers to one command line, worked out from the line the way the daemon
+ * takes it apart: the "AT" that starts it, the commands separated by ';' outside double
+ * quotes, and the errors that stop a line before its end. Every command that runs answers
+ * with exactly one final result code (a relayed command with the modem's own).
+ */
+typedef struct {
+    int answered; /* 0: the daemon writes nothing at all (no "AT" in the line) */
+    int finals;   /* final codes of the commands that run and of an error that stops */
+    kervctl_line_result_e line_result;
+} kervctl_line_plan_t;
+
+/* Lines of at least this many characters are refused whole with one error result. */
+#define KERVCTL_LINE_REFUSED_LEN 1023
+
+void kervctl_plan_line(const char *line, kervctl_line_plan_t *plan);
 
 #ifdef __cplusplus
 }
