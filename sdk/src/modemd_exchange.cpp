@@ -13,7 +13,20 @@
 
 namespace {
 
-constexpr int kWaitMillis = 1000;
+constexpr int kDefaultWaitMillis = 1000;
+
+/* Length of one wait for the answer: one second on the board; KERVD_MODEMD_WAIT_MS shortens
+   it so that development runs reach the no-answer paths quickly. */
+int wait_millis() {
+    const char *setting = getenv("KERVD_MODEMD_WAIT_MS");
+    if (setting == nullptr || *setting == '\0')
+        return kDefaultWaitMillis;
+    char *end = nullptr;
+    const unsigned long millis = strtoul(setting, &end, 10);
+    if (*end != '\0' || millis == 0 || millis > 60000)
+        return kDefaultWaitMillis;
+    return static_cast<int>(millis);
+}
 
 /* Owns the exchange's socket: every path out of the exchange closes it. */
 struct SocketGuard {
@@ -56,14 +69,15 @@ long long monotonic_millis() {
 }
 
 /*
- * timeout_count waits of one second each until the answer is readable. A signal that
- * interrupts a wait neither counts as a wait nor restarts the current second, so a stream
- * of signals can neither shorten nor stretch the time limit. poll rather than select: the
- * daemon may hold more descriptors than an fd_set can name.
+ * timeout_count waits of one second (or the development setting) each until the answer is
+ * readable. A signal that interrupts a wait neither counts as a wait nor restarts the
+ * current one, so a stream of signals can neither shorten nor stretch the time limit. poll rather
+ * than select: the daemon may hold more descriptors than an fd_set can name.
  */
 WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
+    const int one_wait = wait_millis();
     while (timeout_count > 0) {
-        const long long second_ends = monotonic_millis() + kWaitMillis;
+        const long long second_ends = monotonic_millis() + one_wait;
         int ready;
         do {
             const long long left = second_ends - monotonic_millis();

@@ -1,0 +1,93 @@
+/* modemd-sim, the stand-in behind a command line: its two modems, rules file and flags. */
+#include "harness.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <csignal>
+#include <poll.h>
+
+namespace e2e {
+namespace {
+
+/* modemd-sim on a free port, and one request to it at a time. */
+struct Sim {
+    Sim(const TempDir &dir, std::vector<std::string> args) {
+        static int started = 0;
+        const std::string log = dir.file("sim" + std::to_string(++started) + ".out");
+        args.insert(args.begin(), {"--port", "0"});
+        pid = spawn(KERV_TEST_MODEMD_SIM_PATH, args, {}, log, dir.file("sim.err"));
+        eventually([&] {
+            return sscanf(read_file(log).c_str(), "modemd-sim listening on 127.0.0.1:%hu", &port) ==
+                   1;
+        });
+    }
+    ~Sim() {
+        kill(pid, SIGTERM);
+        EXPECT_EQ(exit_status(pid), 0) << "a stop signal ends modemd-sim cleanly";
+    }
+    /* The answer's text, and its result in *result; "<none>" when no answer came. */
+    std::string ask(uint32_t target, uint32_t request_id, const std::string &text,
+                    uint32_t *result = nullptr) {
+        Modem_Request_t req = {
+            MODEM_REQUEST_MAGIC, 77, target, request_id, static_cast<uint32_t>(text.size()), {}};
+        memcpy(req.data, text.data(), text.size());
+        Modem_Response_t resp{};
+        ssize_t got = -1;
+        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+        pollfd answer{fd, POLLIN, 0};
+        if (sendto(fd, &req, MODEM_REQUEST_HEADER_SIZE + text.size(), 0,
+                   reinterpret_cast<sockaddr *>(&address), sizeof(address)) > 0 &&
+            poll(&answer, 1, 1000) == 1)
+            got = recv(fd, &resp, sizeof(resp), 0);
+        close(fd);
+        if (result != nullptr)
+            *result = resp.result;
+        return got < MODEM_RESPONSE_HEADER_SIZE ? "<none>" : std::string(resp.data, resp.data_len);
+    }
+    pid_t pid = -1;
+    unsigned short port = 0;
+};
+
+TEST(ModemdSim, AnswersLikeTwoModemsAndFromItsRulesFile) {
+    TempDir dir;
+    write_file(dir.file("rules"), "# test rules\n\nAT+CSQ => \\r\\n+CSQ: 5,99\\r\\n\\r\\nOK\\r\\n\n"
+                                  "at+kerv=1,\"x\" => \\r\\n+KERV: done\\r\\n\n"
+                                  "AT+DROP => @silent\n");
+    {
+        Sim sim(dir, {});
+        ASSERT_NE(sim.port, 0);
+        EXPECT_EQ(sim.ask(1, 998, "AT+CSQ\r"), "\r\n+CSQ: 23,99\r\n\r\nOK\r\n");
+        EXPECT_EQ(sim.ask(16, 998, "at+csq\r"), "\r\n+CSQ: 18,99\r\n\r\nOK\r\n");
+        EXPECT_NE(sim.ask(1, 999, "AT+CGSN\r"), sim.ask(16, 999, "AT+CGSN\r"));
+        EXPECT_EQ(sim.ask(16, 998, "AT+NOSUCH\r"), "\r\nERROR\r\n");
+        EXPECT_EQ(sim.ask(0, MODEM_REQ_GET_INFO, ""), "ok");
+    }
+    Sim sim(dir, {"--rules", dir.file("rules")});
+    EXPECT_EQ(sim.ask(1, 998, "AT+CSQ\r"), "\r\n+CSQ: 5,99\r\n\r\nOK\r\n");
+    EXPECT_EQ(sim.ask(16, 998, "AT+KERV=1,\"X\"\r"), "\r\n+KERV: done\r\n");
+    EXPECT_EQ(sim.ask(16, 998, "AT+CPIN?\r"), "\r\n+CPIN: READY\r\n\r\nOK\r\n");
+    EXPECT_EQ(sim.ask(16, 998, "AT+DROP\r"), "<none>");
+    write_file(dir.file("broken"), "no arrow here\n");
+    EXPECT_EQ(run_tool(dir, KERV_TEST_MODEMD_SIM_PATH, {"--rules", dir.file("broken")}, {}).status,
+              2);
+}
+
+TEST(ModemdSim, FlagsBendEveryAnswer) {
+    TempDir dir;
+    uint32_t result = 0;
+    {
+        /* The largest result there is, on every word size. */
+        Sim sim(dir, {"--result", "4294967295", "--delay-ms", "200"});
+        EXPECT_EQ(sim.ask(16, MODEM_REQ_GET_STATUS, "", &result), "ok");
+        EXPECT_EQ(result, 4294967295u);
+    }
+    Sim silent(dir, {"--no-answer"});
+    EXPECT_EQ(silent.ask(16, 998, "AT\r"), "<none>");
+    for (const char *bad : {"4294967296", "-1"})
+        EXPECT_EQ(run_tool(dir, KERV_TEST_MODEMD_SIM_PATH, {"--result", bad}, {}).status, 2) << bad;
+}
+
+} // namespace
+} // namespace e2e
