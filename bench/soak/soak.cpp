@@ -189,7 +189,7 @@ constexpr ModemFault kModemFaults[] = {
     {"AT+DROP", "@silent", kError},
     {"AT+TWICE", "@twice \\r\\n+TWICE\\r\\n\\r\\nOK\\r\\n", "\r\n+TWICE\r\n\r\nOK\r\n"},
     {"AT+HUGE", "@oversized", ""},
-    {"AT+JUNK", "@raw \\x01\\x02\\x03", ""},
+    {"AT+JUNK", "@raw \\x01\\x02\\x03", kError},
 };
 
 std::string rules_escape(const std::string &bytes) {
@@ -548,7 +548,8 @@ void modem_faults(Setup &s, Clock::time_point until) {
     Host host(s.tcp_port);
     if (!host.sync())
         return fail("modem faults", "host not served");
-    while (phase_goes_on(until)) {
+    int faults = 0;
+    for (; phase_goes_on(until); ++faults) {
         const ModemFault &fault = kModemFaults[rng() % std::size(kModemFaults)];
         const int n = static_cast<int>(rng() % kNumbered);
         send_all(host.fd, std::string(fault.command) + "\rAT+SOAK=" + std::to_string(n) + "\r");
@@ -558,6 +559,7 @@ void modem_faults(Setup &s, Clock::time_point until) {
                 : !host.skip_through(soak_answer(n)))
             return fail(std::string("modem fault ") + fault.command, why);
     }
+    printf("  %d faulty answers, each followed by a whole answer in its place\n", faults);
 }
 
 /* A host that stops reading while big answers pile up: after the stall time the daemon
