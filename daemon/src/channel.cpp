@@ -134,7 +134,8 @@ kal_int32 open_serial_channel(kervInfo_t *kerv) {
         return 0;
     }
     KERV_DBG("Opened serial port");
-    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    /* The device stays non-blocking: the channel server thread waits for input in poll,
+       and the worker's writes must be able to give up on a device that takes nothing. */
     struct termios *saved = save_serial_settings(fd, path);
     if (saved == nullptr) {
         close(fd);

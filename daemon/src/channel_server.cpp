@@ -1,6 +1,7 @@
 #include "channel_server.h"
 
 #include "csocket.h"
+#include "daemon_config.h"
 #include "request_queue.h"
 
 #include <cerrno>
@@ -44,16 +45,30 @@ void refuse_long_line(void *ctx) {
 
 constexpr kerv_framing_sink_t kQueueSink = {queue_line, refuse_long_line};
 
+/* Back-pressure: while the worker has enough of this host's lines, nothing more is read,
+   so a host that sends faster than its lines run is held back by the kernel. */
+srv_wait_e wait_for_room() {
+    while (kerv_queue_lines_full()) {
+        if (wait_for(kerv_queue_room_fd()) == SRV_STOP)
+            return SRV_STOP;
+        kerv_queue_room_taken();
+    }
+    return SRV_READY;
+}
+
 /* One read from the host and the lines it completes; false at the end of the connection
    (or when the channel was closed meanwhile). */
 bool read_pass(kervInfo_t *kerv, kerv_framing_t *framing) {
     const int host_fd = kerv_host_fd(kerv);
-    if (wait_for(host_fd) == SRV_STOP) {
+    if (wait_for_room() == SRV_STOP || wait_for(host_fd) == SRV_STOP) {
         kerv_channel_close(kerv);
         return false;
     }
     const ssize_t got = kerv_safe_read(host_fd, framing->cmd_buf + framing->cmd_buf_offset,
                                        kerv_framing_room(framing));
+    /* The serial device is non-blocking (for the worker's writes): readiness can pass. */
+    if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+        return true;
     /* The bytes just read are not NUL-terminated yet: print only what is held. */
     const int held = framing->cmd_buf_offset + (got > 0 ? static_cast<int>(got) : 0);
     KERV_DBG("cmd_buf=[%.*s], offset=[%d], size=[%d]", held, framing->cmd_buf,
@@ -74,6 +89,33 @@ bool read_pass(kervInfo_t *kerv, kerv_framing_t *framing) {
     return true;
 }
 
+void set_host_options(int host_fd) {
+    /* An answer often takes several writes (echo and text, then the line's result); none
+       of them may wait for the host's delayed acknowledgement. */
+    const int on = 1;
+    setsockopt(host_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    /* A host that vanished without a word (cable, power) frees the channel within about
+       a minute: probes after 30 s of silence, 4 of them 5 s apart. */
+    setsockopt(host_fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
+    const int idle_s = 30, interval_s = 5, probes = 4;
+    setsockopt(host_fd, IPPROTO_TCP, TCP_KEEPIDLE, &idle_s, sizeof(idle_s));
+    setsockopt(host_fd, IPPROTO_TCP, TCP_KEEPINTVL, &interval_s, sizeof(interval_s));
+    setsockopt(host_fd, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof(probes));
+    /* A write that makes no progress for the stall time returns, so the worker can give
+       up on a host that stopped reading (host_output.h). */
+    const int stall_ms = kerv_host_stall_ms();
+    const struct timeval stall = {stall_ms / 1000, (stall_ms % 1000) * 1000};
+    setsockopt(host_fd, SOL_SOCKET, SO_SNDTIMEO, &stall, sizeof(stall));
+}
+
+/* Out of descriptors or memory, accept fails until something is freed: wait a little
+   (or for a STOP) rather than spin on a connection that stays pending. */
+void pause_after_failed_accept() {
+    constexpr int kRetryMs = 100;
+    struct pollfd stop = {kerv_stop_line_fd(), POLLIN, 0};
+    poll(&stop, 1, kRetryMs);
+}
+
 kal_bool accept_host(kervInfo_t *kerv) {
     const int listen_fd = SOCK_GetFd(kerv->sock);
     if (wait_for(listen_fd) == SRV_STOP) {
@@ -85,12 +127,10 @@ kal_bool accept_host(kervInfo_t *kerv) {
     const int host_fd =
         accept4(listen_fd, reinterpret_cast<struct sockaddr *>(&peer), &peer_len, SOCK_CLOEXEC);
     KERV_PRINT("kerv->new_fd=[%d]", host_fd);
-    if (host_fd >= 0) {
-        /* An answer often takes several writes (echo and text, then the line's result);
-           none of them may wait for the host's delayed acknowledgement. */
-        const int on = 1;
-        setsockopt(host_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-    }
+    if (host_fd >= 0)
+        set_host_options(host_fd);
+    else
+        pause_after_failed_accept();
     kerv_set_host_fd(kerv, host_fd);
     return KAL_TRUE;
 }

@@ -6,28 +6,55 @@
 #include "host_output.h"
 #include "request_queue.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
 
-/* A client that connects and then sends nothing must not hold the control socket (and
-   with it every other local application) for ever. */
-constexpr time_t kRequestReadTimeoutSeconds = 5;
-
 constexpr int kHashResultSize = 2048;
 
-void limit_request_wait(int conn) {
-    const struct timeval timeout = {kRequestReadTimeoutSeconds, 0};
-    setsockopt(conn, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
-}
+constexpr char kReloadReply[] = "RELOAD...";
+
+/* RELOADs handed to the worker and not yet answered: counted up by the main thread, down
+   by the worker. */
+std::atomic<int> held_reloads{0};
 
 void release(struct req *req) {
     close(req->fd);
     kerv_req_free(req);
+}
+
+/*
+ * Answers an application's request on req->fd with its own record, argument 0 now text and
+ * no other argument, packed; then closes the connection. The element stays the caller's.
+ */
+void app_reply(struct req *req, const char *text) {
+    kervRequest_t *record = req->request;
+    /* The text may lie in the record's own buffer (a reply made from a received argument). */
+    const size_t text_len = strnlen(text, sizeof(record->buf) - 1);
+    memmove(record->buf, text, text_len);
+    record->buf[text_len] = '\0';
+    record->arg[0] = record->buf;
+    for (size_t i = 1; i < KERV_REQUEST_ARG_NUM; i++)
+        record->arg[i] = nullptr;
+    const int packed = kerv_pack_request(record);
+    KERV_DBG("kerv_pack_request ret=[%d]", packed);
+    if (packed > 0)
+        kerv_write_all(req->fd, reinterpret_cast<const char *>(record),
+                       static_cast<size_t>(packed));
+    close(req->fd);
+}
+
+void hand_reload_to_worker(struct req *req) {
+    if (held_reloads.fetch_add(1) >= KERV_CONTROL_MAX_HELD) {
+        held_reloads.fetch_sub(1);
+        KERV_PRINT("request_handle: %d RELOADs already wait, refused", KERV_CONTROL_MAX_HELD);
+        release(req);
+        return;
+    }
+    appReqEnqueue(req);
 }
 
 /* Reads and unpacks the one request of the connection; KAL_FALSE after a printed refusal. */
@@ -56,7 +83,7 @@ void answer_hash(struct req *req) {
     } else {
         KERV_PRINT(" fail to caculate hash value for cmd");
     }
-    kerv_app_reply(req, reply);
+    app_reply(req, reply);
     kerv_req_free(req);
 }
 
@@ -76,7 +103,7 @@ void act_on_request(struct req *req) {
         break;
     case KERV_REQUEST_CMD_RELOAD:
         KERV_DBG(" RELOAD");
-        appReqEnqueue(req);
+        hand_reload_to_worker(req);
         break;
     case KERV_REQUEST_CMD_CMD:
         KERV_DBG(" HIHI CMD");
@@ -94,20 +121,14 @@ void act_on_request(struct req *req) {
 
 } // namespace
 
-void app_request_handle(int reqfd) {
+void kerv_app_request_serve(int conn) {
     KERV_FUNC(" START");
-    const int conn = kerv_accept_request(reqfd);
-    if (conn < 0) {
-        KERV_PRINT("Can't accept request socket : %s !!", strerror(errno));
-        return;
-    }
     struct req *req = kerv_req_create_control(conn);
     if (req == nullptr) {
         KERV_PRINT("Can't malloc for pending request : %s !!", strerror(errno));
         close(conn);
         return;
     }
-    limit_request_wait(conn);
     if (!read_request(req)) {
         release(req);
         return;
@@ -122,19 +143,7 @@ void app_request_handle(int reqfd) {
     KERV_FUNC(" END");
 }
 
-void kerv_app_reply(struct req *req, const char *text) {
-    kervRequest_t *record = req->request;
-    /* The text may lie in the record's own buffer (a reply made from a received argument). */
-    const size_t text_len = strnlen(text, sizeof(record->buf) - 1);
-    memmove(record->buf, text, text_len);
-    record->buf[text_len] = '\0';
-    record->arg[0] = record->buf;
-    for (size_t i = 1; i < KERV_REQUEST_ARG_NUM; i++)
-        record->arg[i] = nullptr;
-    const int packed = kerv_pack_request(record);
-    KERV_DBG("kerv_pack_request ret=[%d]", packed);
-    if (packed > 0)
-        kerv_write_all(req->fd, reinterpret_cast<const char *>(record),
-                       static_cast<size_t>(packed));
-    close(req->fd);
+void kerv_app_reload_reply(struct req *req) {
+    app_reply(req, kReloadReply);
+    held_reloads.fetch_sub(1);
 }

@@ -1,22 +1,25 @@
 /*
- * The control socket request handler: serves one control connection at a time on the main
- * thread. STOP and START close the command channel, GEN_HASH is answered at once, RELOAD
- * passes to the request worker, which answers it; everything else is refused by closing the
- * connection.
+ * The control socket request handler: serves the one request of a control connection on
+ * the main thread, as soon as it has arrived (control_loop.h waits for it). STOP and START
+ * close the command channel, GEN_HASH is answered at once, RELOAD passes to the request
+ * worker, which answers it; everything else is refused by closing the connection.
+ *
+ * RELOADs waiting for the worker hold their connections; at most KERV_CONTROL_MAX_HELD of
+ * them at once (a busy worker must not let them use up the daemon's descriptors). Beyond
+ * that a RELOAD is refused by closing its connection; GEN_HASH and STOP are still served.
  */
 #ifndef KERV_CONTROL_H
 #define KERV_CONTROL_H
 
 struct req;
 
-/* Accepts and serves one connection on the listening descriptor reqfd. */
-void app_request_handle(int reqfd);
+enum { KERV_CONTROL_MAX_HELD = 8 };
 
-/*
- * Answers an application's request on req->fd with its own record, argument 0 now text and
- * no other argument, packed; then closes the connection. The element stays the caller's.
- * Main thread (GEN_HASH) and request worker (RELOAD).
- */
-void kerv_app_reply(struct req *req, const char *text);
+/* Reads the request that has arrived on the connection conn and acts on it. */
+void kerv_app_request_serve(int conn);
+
+/* The worker's answer to a RELOAD it has carried out: the reply, then the connection is
+   closed and its place among the held ones freed. The element stays the caller's. */
+void kerv_app_reload_reply(struct req *req);
 
 #endif /* KERV_CONTROL_H */

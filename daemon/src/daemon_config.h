@@ -11,6 +11,16 @@ const char *kerv_pidfile_path();
 /* Serial command channel device: KERVD_SERIAL_DEVICE, default "/dev/ttyGS0". */
 const char *kerv_serial_device_path();
 
+/* How long a write to a host may make no progress before the host is given up (ms):
+   KERVD_HOST_STALL_MS, default 3000. */
+int kerv_host_stall_ms();
+/* How long a control connection may stay silent before it is closed (ms):
+   KERVD_CONTROL_TIMEOUT_MS, default 5000. */
+int kerv_control_timeout_ms();
+
+/* Milliseconds on the monotonic clock, for the time-outs above. */
+long long kerv_now_ms();
+
 /* What a store lookup found. */
 typedef enum {
     KERV_CFG_MISSING, /* the key cannot be read */

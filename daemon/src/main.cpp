@@ -5,6 +5,7 @@
 #include "kal_common.h"
 #include "channel.h"
 #include "startup.h"
+#include "control_loop.h"
 #include "plugin_loader.h"
 #include "engine_context.h"
 #include "host_output.h"

@@ -8,6 +8,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <elf.h>
+#include <fcntl.h>
+#include <link.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -52,6 +57,90 @@ struct DirGuard {
     DirGuard(const DirGuard &) = delete;
     DirGuard &operator=(const DirGuard &) = delete;
 };
+
+/* A plug-in file mapped for reading its symbol table; unmapped however the check ends. */
+struct FileImage {
+    const unsigned char *bytes = nullptr;
+    size_t size = 0;
+    explicit FileImage(const char *path) {
+        const int fd = open(path, O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            return;
+        struct stat info;
+        if (fstat(fd, &info) == 0 && info.st_size > 0) {
+            void *mapped =
+                mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+            if (mapped != MAP_FAILED) {
+                bytes = static_cast<const unsigned char *>(mapped);
+                size = static_cast<size_t>(info.st_size);
+            }
+        }
+        close(fd);
+    }
+    ~FileImage() {
+        if (bytes != nullptr)
+            munmap(const_cast<unsigned char *>(bytes), size);
+    }
+    FileImage(const FileImage &) = delete;
+    FileImage &operator=(const FileImage &) = delete;
+    bool holds(size_t offset, size_t length) const {
+        return offset <= size && length <= size - offset;
+    }
+};
+
+/* The section headers of a well-formed ELF file of this machine's class, or null. */
+const ElfW(Shdr) * section_headers(const FileImage &image) {
+    const auto *header = reinterpret_cast<const ElfW(Ehdr) *>(image.bytes);
+    constexpr unsigned char kNativeClass = sizeof(void *) == 8 ? ELFCLASS64 : ELFCLASS32;
+    if (image.bytes == nullptr || !image.holds(0, sizeof(ElfW(Ehdr))) ||
+        memcmp(header->e_ident, ELFMAG, SELFMAG) != 0 ||
+        header->e_ident[EI_CLASS] != kNativeClass || header->e_shentsize != sizeof(ElfW(Shdr)) ||
+        !image.holds(header->e_shoff, size_t{header->e_shnum} * sizeof(ElfW(Shdr))))
+        return nullptr;
+    return reinterpret_cast<const ElfW(Shdr) *>(image.bytes + header->e_shoff);
+}
+
+bool resolvable(void *handle, const char *name) {
+    const bool found = dlsym(handle, name) != nullptr || dlsym(RTLD_DEFAULT, name) != nullptr;
+    dlerror();
+    return found;
+}
+
+/*
+ * Lazy binding resolves a plug-in's functions only when they are first called, so a
+ * plug-in built against another library version would load fine and end the daemon in
+ * the middle of a host's command. Every strong undefined symbol of its dynamic symbol
+ * table is therefore looked up now, in the plug-in's own dependencies and in the global
+ * scope (the daemon and its libraries), and each missing one is reported.
+ */
+void report_unresolved_symbols(void *handle, const char *path) {
+    FileImage image(path);
+    const ElfW(Shdr) *sections = section_headers(image);
+    if (sections == nullptr)
+        return;
+    const auto *header = reinterpret_cast<const ElfW(Ehdr) *>(image.bytes);
+    for (size_t i = 0; i < header->e_shnum; i++) {
+        const ElfW(Shdr) &symtab = sections[i];
+        if (symtab.sh_type != SHT_DYNSYM || symtab.sh_link >= header->e_shnum ||
+            !image.holds(symtab.sh_offset, symtab.sh_size))
+            continue;
+        const ElfW(Shdr) &strtab = sections[symtab.sh_link];
+        if (!image.holds(strtab.sh_offset, strtab.sh_size))
+            continue;
+        const char *names = reinterpret_cast<const char *>(image.bytes + strtab.sh_offset);
+        const auto *symbols = reinterpret_cast<const ElfW(Sym) *>(image.bytes + symtab.sh_offset);
+        for (size_t n = 0; n < symtab.sh_size / sizeof(ElfW(Sym)); n++) {
+            const ElfW(Sym) &symbol = symbols[n];
+            /* Both ELF classes encode the binding alike: ELF32_ST_BIND serves either. */
+            if (symbol.st_shndx != SHN_UNDEF || ELF32_ST_BIND(symbol.st_info) != STB_GLOBAL ||
+                symbol.st_name == 0 || symbol.st_name >= strtab.sh_size ||
+                memchr(names + symbol.st_name, '\0', strtab.sh_size - symbol.st_name) == nullptr)
+                continue;
+            if (!resolvable(handle, names + symbol.st_name))
+                KERV_WARN("KERVLIB[%s]:unresolved symbol %s", path, names + symbol.st_name);
+        }
+    }
+}
 
 } // namespace
 
@@ -131,6 +220,7 @@ void plugin_httpd_lib(char *lib_name) {
         KERV_ERR("KERVLIB[%s]:%s", path, dlerror());
         return;
     }
+    report_unresolved_symbols(handle, path);
     KERV_DBG("dlsym : rmmi_validators");
     dlerror();
     auto *group = static_cast<rmmi_validator_t *>(dlsym(handle, "rmmi_validators"));

@@ -37,11 +37,34 @@ struct req {
     char text[];            /* line or URC, NUL-terminated; sized to fit */
 };
 
-/* Sets the queue head to the empty list; before any thread starts. */
-void kerv_queue_init();
+/*
+ * Sets the queue head to the empty list and makes the queue's room line; before any
+ * thread starts. 0, or -1 when the room line cannot be made.
+ */
+int kerv_queue_init();
+/*
+ * Appends req at the tail and wakes the worker. Takes over req. URCs are bounded: beyond
+ * KERV_QUEUE_MAX_URCS queued ones the oldest is dropped and counted.
+ */
 void appReqEnqueue(struct req *req);
 /* Waits for an element and removes the first one; null when woken to an empty queue. */
 struct req *appReqDequeue();
+
+/*
+ * Back-pressure on the host. Host lines (and over-long-line notices) queued and not yet
+ * taken by the worker are bounded: while they reach KERV_QUEUE_MAX_LINES or
+ * KERV_QUEUE_MAX_LINE_BYTES, the channel server thread reads nothing more from the host
+ * and the kernel pushes back on it. kerv_queue_lines_full tells the server thread so and,
+ * when it does, makes the room line (kerv_queue_room_fd) readable as soon as the worker
+ * has taken enough; kerv_queue_room_taken clears it again.
+ */
+enum { KERV_QUEUE_MAX_LINES = 32, KERV_QUEUE_MAX_LINE_BYTES = 4096, KERV_QUEUE_MAX_URCS = 256 };
+kal_bool kerv_queue_lines_full();
+int kerv_queue_room_fd();
+void kerv_queue_room_taken();
+/* URCs dropped since the last call, once no URC is queued any more (the episode is over);
+   0 meanwhile. */
+kal_uint32 kerv_queue_take_dropped_urcs();
 
 /* An element of kind for fd carrying a NUL-terminated copy of text_len bytes of text
    (none when text is null). Null when no memory is left. */

@@ -2,23 +2,30 @@
 
 #include "channel.h"
 #include "control_handler.h"
+#include "daemon_config.h"
 #include "engine_entry.h"
 #include "host_output.h"
 #include "request_queue.h"
 
-#include <cstring>
+#include <climits>
 #include <unistd.h>
 
 namespace {
 
 constexpr char kErrorResult[] = "\r\nERROR\r\n";
-constexpr char kReloadReply[] = "RELOAD...";
+
+struct worker_state {
+    kervInfo_t *kerv;           /* null once the channel has been released */
+    kal_uint32 dropped_lines;   /* lines of the cut-off host not run */
+    kal_uint32 dropped_urcs;    /* URCs dropped and not yet reported */
+    long long urcs_reported_ms; /* when dropped URCs were last reported */
+};
 
 /* A URC goes to the host connected at the moment it is written; with no host it is
    dropped (a descriptor <= 0 is no host: 0 would be the daemon's own standard input). */
-void write_urc(kervInfo_t *kerv, const struct req *req) {
+void write_urc(const worker_state *worker, const struct req *req) {
     KERV_DBG("size=[%d]", static_cast<int>(req->text_len));
-    const int host_fd = kerv != nullptr ? kerv_host_fd(kerv) : -1;
+    const int host_fd = worker->kerv != nullptr ? kerv_host_fd(worker->kerv) : -1;
     if (host_fd <= 0) {
         KERV_DBG("no host for the URC, dropped");
         return;
@@ -26,28 +33,60 @@ void write_urc(kervInfo_t *kerv, const struct req *req) {
     kerv_host_write(host_fd, req->text, req->text_len);
 }
 
-/* Runs one element. The instance is null once the channel has been released. */
-void run_request(kervInfo_t **kerv, struct req *req) {
+/* Drops come in floods: one warning, with the count, at most every kUrcReportMs. */
+void report_dropped_urcs(worker_state *worker) {
+    constexpr long long kUrcReportMs = 10000;
+    worker->dropped_urcs += kerv_queue_take_dropped_urcs();
+    const long long now = kerv_now_ms();
+    if (worker->dropped_urcs == 0 || now - worker->urcs_reported_ms < kUrcReportMs)
+        return;
+    KERV_WARN("%u URCs dropped: the host took them slower than they came", worker->dropped_urcs);
+    worker->dropped_urcs = 0;
+    worker->urcs_reported_ms = now;
+}
+
+void run_line(worker_state *worker, const struct req *req) {
+    if (kerv_host_cut_off(req->fd)) {
+        worker->dropped_lines++;
+        return;
+    }
+    if (req->kind == KERV_WORK_LINE)
+        rmmi_process_multi_cmd(req->fd, req->text);
+    else
+        kerv_host_write(req->fd, kErrorResult, sizeof(kErrorResult) - 1);
+}
+
+/* All lines of a departed host have run: its connection can go. */
+void close_host(worker_state *worker, int host_fd) {
+    if (kerv_host_cut_off(host_fd)) {
+        KERV_WARN("host fd %d took no output for %d ms: cut off, %u queued lines dropped", host_fd,
+                  kerv_host_stall_ms(), worker->dropped_lines);
+        worker->dropped_lines = 0;
+        kerv_host_forget(host_fd);
+    }
+    close(host_fd);
+}
+
+void run_request(worker_state *worker, struct req *req) {
     switch (req->kind) {
     case KERV_WORK_LINE:
-        rmmi_process_multi_cmd(req->fd, req->text);
-        break;
     case KERV_WORK_LINE_TOO_LONG:
-        kerv_host_write(req->fd, kErrorResult, sizeof(kErrorResult) - 1);
+        run_line(worker, req);
         break;
     case KERV_WORK_URC:
-        write_urc(*kerv, req);
+        write_urc(worker, req);
+        report_dropped_urcs(worker);
         break;
     case KERV_WORK_CONTROL:
-        kerv_info_reload(*kerv);
-        kerv_app_reply(req, kReloadReply);
+        kerv_info_reload(worker->kerv);
+        kerv_app_reload_reply(req);
         break;
     case KERV_WORK_HOST_CLOSED:
-        close(req->fd);
+        close_host(worker, req->fd);
         break;
     case KERV_WORK_CHANNEL_CLOSED:
         kerv_destory();
-        *kerv = nullptr;
+        worker->kerv = nullptr;
         break;
     }
 }
@@ -56,8 +95,8 @@ void run_request(kervInfo_t **kerv, struct req *req) {
 
 void *kerv_request_thread(void *) {
     KERV_FUNC(" START");
-    kervInfo_t *kerv = kervGet();
-    if (kerv == nullptr) {
+    worker_state worker = {kervGet(), 0, 0, LLONG_MIN / 2};
+    if (worker.kerv == nullptr) {
         KERV_WARN(" no kerv");
         return nullptr;
     }
@@ -66,9 +105,9 @@ void *kerv_request_thread(void *) {
         if (req == nullptr)
             continue;
         KERV_DBG(" Listen request from fd = [%d]", req->fd);
-        run_request(&kerv, req);
-        if (kerv != nullptr)
-            kerv_reset_buffer(kerv);
+        run_request(&worker, req);
+        if (worker.kerv != nullptr)
+            kerv_reset_buffer(worker.kerv);
         kerv_req_free(req);
     }
 }

@@ -3,7 +3,6 @@
 #include "kal_common.h"
 #include "channel.h"
 #include "daemon_config.h"
-#include "control_handler.h"
 #include "request_queue.h"
 #include "request_worker.h"
 #include "channel_server.h"
@@ -17,8 +16,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <pthread.h>
-#include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,6 +25,7 @@
 namespace {
 
 constexpr int kControlBacklog = 5;
+constexpr mode_t kControlSocketMode = 0660;
 
 pthread_t KervSrvThread;
 pthread_t AppReqThread;
@@ -46,6 +46,16 @@ void block_handled_signals(int how) {
     sigaddset(&handled, SIGUSR1);
     sigaddset(&handled, SIGCHLD);
     pthread_sigmask(how, &handled, nullptr);
+}
+
+/* Binds with no access for anyone but the owner, so that the socket is never open wider
+   than intended before its mode is set. Start-up is single-threaded: the umask is the
+   process's own for these few lines. */
+int bind_private(int fd, const struct sockaddr_un *address, socklen_t address_len) {
+    const mode_t umask_before = umask(0177);
+    const int bound = bind(fd, reinterpret_cast<const struct sockaddr *>(address), address_len);
+    umask(umask_before);
+    return bound;
 }
 
 [[noreturn]] void abandon_start(const char *failure, int error, int reqfd) {
@@ -76,11 +86,15 @@ int request_init() {
         errno = ENAMETOOLONG;
         return refuse_listener(fd, "bind", path);
     }
-    if (bind(fd, reinterpret_cast<struct sockaddr *>(&address), address_len) < 0)
+    if (bind_private(fd, &address, address_len) < 0)
         return refuse_listener(fd, "bind", path);
+    /* Local applications of the socket's group may ask; nobody else, whatever the umask. */
+    if (chmod(path, kControlSocketMode) < 0)
+        return refuse_listener(fd, "chmod", path);
     if (listen(fd, kControlBacklog) < 0)
         return refuse_listener(fd, "listen", path);
-    kerv_queue_init();
+    if (kerv_queue_init() < 0)
+        return refuse_listener(fd, "create the request queue", path);
     return fd;
 }
 
@@ -165,18 +179,4 @@ void kerv_start_threads(int reqfd) {
     if (error != 0)
         abandon_start("Can't create thread for processing URC request", error, reqfd);
     block_handled_signals(SIG_UNBLOCK);
-}
-
-void kerv_control_loop(int reqfd) {
-    for (;;) {
-        fd_set readset;
-        fd_set writeset;
-        FD_ZERO(&readset);
-        FD_ZERO(&writeset);
-        FD_SET(reqfd, &readset);
-        if (select(reqfd + 1, &readset, &writeset, nullptr, nullptr) <= 0)
-            continue;
-        if (FD_ISSET(reqfd, &readset))
-            app_request_handle(reqfd);
-    }
 }

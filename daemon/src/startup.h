@@ -1,6 +1,7 @@
 /*
  * Start-up of the daemon: the control socket listener, the pid file, the fork, signals and
- * the debug level, the three threads, and the main thread's control loop.
+ * the debug level and the three threads. The main thread then runs the control loop
+ * (control_loop.h).
  */
 #ifndef KERV_START_H
 #define KERV_START_H
@@ -18,7 +19,5 @@ void reapchild(int sig);
 /* Starts the channel server thread, the request worker and the URC receiver; on failure
    closes the channel and the control socket and ends the process. */
 void kerv_start_threads(int reqfd);
-/* Serves the control socket for ever. */
-[[noreturn]] void kerv_control_loop(int reqfd);
 
 #endif /* KERV_START_H */

@@ -21,8 +21,6 @@ namespace {
 struct Options {
     unsigned short port = 14343;
     const char *rules_file = nullptr;
-    long delay_ms = 0;
-    bool no_answer = false;
     kal_uint32 result = MODEM_RET_OK;
 };
 
@@ -102,9 +100,9 @@ void print_help() {
          "  --port N        UDP port (default 14343; 0 picks a free port)\n"
          "  --rules FILE    extra answers, one per line: COMMAND => ANSWER\n"
          "                  (\\r \\n \\t \\\\ \\xHH escapes; blank lines and lines starting\n"
-         "                  with # are ignored); they override the built-in answers\n"
-         "  --delay-ms N    wait N milliseconds before each answer\n"
-         "  --no-answer     receive and log requests, never answer\n"
+         "                  with # are ignored); they override the built-in answers.\n"
+         "                  An answer may start with a fault: @silent, @twice TEXT,\n"
+         "                  @delay=MS TEXT, @oversized, or @raw BYTES (the whole datagram)\n"
          "  --result N      put N in the result field of every response (default 0)\n"
          "  --help          this text\n"
          "\n"
@@ -133,16 +131,11 @@ bool parse_options(int argc, char **argv, Options *options, bool *help) {
         unsigned long long number = 0;
         if (flag == "--help") {
             *help = true;
-        } else if (flag == "--no-answer") {
-            options->no_answer = true;
         } else if (flag == "--rules" && value != nullptr) {
             options->rules_file = value;
             ++i;
         } else if (flag == "--port" && parse_number(value, 65535, &number)) {
             options->port = static_cast<unsigned short>(number);
-            ++i;
-        } else if (flag == "--delay-ms" && parse_number(value, 3600000, &number)) {
-            options->delay_ms = static_cast<long>(number);
             ++i;
         } else if (flag == "--result" && parse_number(value, 0xFFFFFFFFull, &number)) {
             options->result = static_cast<kal_uint32>(number);
@@ -222,9 +215,7 @@ int main(int argc, char **argv) {
     add_builtin_rules(stub);
     for (const modemd_stub::Rule &rule : rules)
         stub.add_rule(rule);
-    stub.answer(options.no_answer ? modemd_stub::Reply::silent : modemd_stub::Reply::text,
-                "\r\nERROR\r\n", options.result);
-    stub.set_delay_ms(options.delay_ms);
+    stub.answer(modemd_stub::Reply::text, "\r\nERROR\r\n", options.result);
     stub.set_logging(true);
     printf("modemd-sim listening on 127.0.0.1:%u\n", stub.port());
     fflush(stdout);

@@ -1,0 +1,205 @@
+/* Hostile and broken peers: hosts that stop reading, silent or crowding control clients,
+   plug-ins that cannot be bound. */
+#include "harness.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <poll.h>
+#include <thread>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace e2e {
+namespace {
+
+const std::string kEchoOn = "ATE1\r\r\nOK\r\n";
+
+/* A development setting for the daemons this test starts. */
+struct ScopedSetting {
+    ScopedSetting(const char *name, const char *value) : name_(name) { setenv(name, value, 1); }
+    ~ScopedSetting() { unsetenv(name_); }
+    const char *name_;
+};
+
+/* A control client that has connected and sent nothing yet. */
+int connect_control(const std::string &path) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    return fd;
+}
+
+/* Everything the daemon writes on fd until it closes it ("<open>" if it does not). */
+std::string read_to_end(int fd, std::chrono::milliseconds patience) {
+    std::string got;
+    char buf[4096];
+    pollfd watched = {fd, POLLIN, 0};
+    while (poll(&watched, 1, static_cast<int>(patience.count())) > 0) {
+        const ssize_t n = read(fd, buf, sizeof(buf));
+        if (n <= 0)
+            return got;
+        got.append(buf, static_cast<size_t>(n));
+    }
+    return "<open>";
+}
+
+struct Hardening : testing::Test {
+    void start() {
+        options.store["KERV_URC_LISTEN_ENABLE"] = "1";
+        daemon = std::make_unique<Daemon>(dir, modem, options);
+        ASSERT_TRUE(daemon->start()) << daemon->output();
+        ASSERT_TRUE(eventually([&] { return udp_bound(daemon->urc_port()); }));
+    }
+    /* A host answered once, then left unread. Its receive buffer is kept from growing
+       (to tens of MB on loopback), so that it fills in a moment. */
+    std::unique_ptr<Host> answered_host() {
+        auto host = std::make_unique<Host>(daemon->tcp_port());
+        const int window = 64 * 1024;
+        setsockopt(host->fd(), SOL_SOCKET, SO_RCVBUF, &window, sizeof(window));
+        host->send("ATE1\r");
+        EXPECT_EQ(host->read_like(kEchoOn), kEchoOn);
+        return host;
+    }
+    /* A thread stays in a write for half a second: not a diagnostic line, nor a socket
+       buffer that is still growing, but a host that takes nothing. */
+    bool worker_waits() {
+        for (int check = 0; check < 10; check++) {
+            if (!daemon->thread_blocked_writing())
+                return false;
+            std::this_thread::sleep_for(50ms);
+        }
+        return true;
+    }
+    kervRequest_t app(u_int16_t cmd, const char *arg0 = nullptr) {
+        kervRequest_t reply = {};
+        EXPECT_TRUE(unpack_reply(control_exchange(daemon->socket_path(),
+                                                  packed_request(KERV_REQUEST_TYPE_APP, cmd, arg0)),
+                                 &reply));
+        return reply;
+    }
+    TempDir dir;
+    FakeModem modem;
+    DaemonOptions options;
+    std::unique_ptr<Daemon> daemon;
+};
+
+/* A line whose echoed answer is about a kilobyte: "ATE1" ignores the blanks after it. */
+const std::string kLongLine = "ATE1" + std::string(1000, ' ') + "\r";
+const std::string kLongAnswer = kLongLine + "\r\nOK\r\n";
+
+TEST_F(Hardening, HostThatStopsReadingIsCutOffAndOthersAreServedAgain) {
+    ScopedSetting stall("KERVD_HOST_STALL_MS", "1000");
+    start();
+    auto stalled = answered_host();
+    /* Sends until the daemon stops reading it, then until it is cut off. */
+    std::thread flood([&] {
+        for (int i = 0; i < 20000; i++)
+            stalled->send(kLongLine);
+    });
+    Host next(daemon->tcp_port());
+    next.send("ATE1\r");
+    EXPECT_EQ(next.read_like(kEchoOn), kEchoOn);
+    EXPECT_STREQ(app(KERV_REQUEST_CMD_RELOAD).arg[0], "RELOAD...");
+    send_urc(daemon->urc_port(), "\r\nRING\r\n");
+    EXPECT_EQ(next.read_like("\r\nRING\r\n"), "\r\nRING\r\n");
+    /* The stalled host's connection was ended. */
+    EXPECT_NE(read_to_end(stalled->fd(), kPatience), "<open>");
+    flood.join();
+}
+
+TEST_F(Hardening, HostThatResumesReadingInTimeLosesNothing) {
+    ScopedSetting stall("KERVD_HOST_STALL_MS", "5000");
+    start();
+    auto host = answered_host();
+    constexpr int kLines = 6000; /* more answers than the connection holds */
+    std::thread flood([&] {
+        for (int i = 0; i < kLines; i++)
+            host->send(kLongLine);
+    });
+    EXPECT_TRUE(eventually([&] { return worker_waits(); }));
+    std::string expected;
+    for (int i = 0; i < kLines; i++)
+        expected += kLongAnswer;
+    EXPECT_TRUE(host->read_exactly(expected.size()) == expected);
+    flood.join();
+    host->send("ATE1\r");
+    EXPECT_EQ(host->read_like(kEchoOn), kEchoOn);
+}
+
+TEST_F(Hardening, SilentControlClientsDoNotDelayAnotherClientsRequest) {
+    /* Long enough that waiting for the silent ones in turn could not pass. */
+    ScopedSetting timeout("KERVD_CONTROL_TIMEOUT_MS", "60000");
+    start();
+    const int silent[3] = {connect_control(daemon->socket_path()),
+                           connect_control(daemon->socket_path()),
+                           connect_control(daemon->socket_path())};
+    EXPECT_STREQ(app(KERV_REQUEST_CMD_GEN_HASH, "+CSQ").arg[0],
+                 "hash_value1=[5071], hash_value2=[0]");
+    for (const int fd : silent)
+        close(fd);
+}
+
+TEST_F(Hardening, SilentControlClientIsClosedAfterTheTimeOut) {
+    ScopedSetting timeout("KERVD_CONTROL_TIMEOUT_MS", "200");
+    start();
+    const int silent = connect_control(daemon->socket_path());
+    EXPECT_EQ(read_to_end(silent, kPatience), "");
+    close(silent);
+}
+
+TEST_F(Hardening, ReloadsBeyondTheBoundAreRefusedAtOnceWhileTheWorkerIsBusy) {
+    modem.answer("AT+CSQ", {"\r\nOK\r\n", 4s});
+    start();
+    Host host(daemon->tcp_port());
+    host.send("AT+CSQ\r"); /* holds the worker */
+    ASSERT_TRUE(modem.wait_requests(1));
+    const std::string reload =
+        packed_request(KERV_REQUEST_TYPE_APP, KERV_REQUEST_CMD_RELOAD, nullptr);
+    std::vector<int> held;
+    int refused = 0;
+    for (int i = 0; i < 40; i++) {
+        const int fd = connect_control(daemon->socket_path());
+        send(fd, reload.data(), reload.size(), MSG_NOSIGNAL);
+        /* Beyond the bound a RELOAD ends at once, without a reply. */
+        if (read_to_end(fd, 50ms) == "") {
+            refused++;
+            close(fd);
+        } else {
+            held.push_back(fd);
+        }
+    }
+    EXPECT_GT(refused, 0);
+    EXPECT_FALSE(held.empty());
+    /* Other requests are still served while the worker is busy... */
+    EXPECT_STREQ(app(KERV_REQUEST_CMD_GEN_HASH, "+CSQ").arg[0],
+                 "hash_value1=[5071], hash_value2=[0]");
+    /* ...and the held ones are answered once it is free. */
+    for (const int fd : held) {
+        kervRequest_t reply;
+        EXPECT_TRUE(unpack_reply(read_to_end(fd, kPatience), &reply));
+        close(fd);
+    }
+    EXPECT_EQ(host.read_like("AT+CSQ\r\r\nOK\r\n"), "AT+CSQ\r\r\nOK\r\n");
+}
+
+TEST_F(Hardening, PlugInWithAnUnresolvedSymbolIsReportedWhenLoaded) {
+    options.plugin_dir = dir.file("plugins");
+    std::filesystem::create_directory(options.plugin_dir);
+    const std::string path = options.plugin_dir + "/libbroken.so";
+    std::filesystem::copy_file(KERV_TEST_UNRESOLVED_PLUGIN_PATH, path);
+    start();
+    const std::string output = daemon->output();
+    const size_t line = output.find("unresolved symbol kerv_test_helper_nobody_provides");
+    ASSERT_NE(line, std::string::npos) << output;
+    EXPECT_NE(output.rfind(path, line), std::string::npos) << output;
+    /* Only the missing one: the plug-in's C library functions resolve. */
+    EXPECT_EQ(output.find("unresolved symbol", line + 1), std::string::npos) << output;
+}
+
+} // namespace
+} // namespace e2e
