@@ -6,7 +6,7 @@
  * reader of the echo and verbose commands always prints its trace lines, goes to
  * /dev/null; the report goes to standard error.
  */
-#include "kerv_md_request.h"
+#include "modemd_stub.h"
 #include "plugin_loader.h"
 #include "validator_registry.h"
 #include "engine_context.h"
@@ -66,37 +66,6 @@ void BM_SyntaxError(benchmark::State &state) {
     run_line(state, "ATE1;+CGDCONT=1,\"IP\",\"internet.example.org.\"");
 }
 
-/*
- * The example plug-in stores a new context only once the modem daemon confirms it. This
- * stand-in confirms the first definition; the measured repeats change nothing and ask
- * nobody.
- */
-std::thread confirm_first_definition() {
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t address_len = sizeof(address);
-    bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
-    getsockname(fd, reinterpret_cast<sockaddr *>(&address), &address_len);
-    const timeval patience{5, 0}; /* never hold the benchmark up for long */
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
-    setenv("KERVD_MODEMD_PORT", std::to_string(ntohs(address.sin_port)).c_str(), 1);
-    return std::thread([fd] {
-        Modem_Request_t req;
-        sockaddr_in sender{};
-        socklen_t sender_len = sizeof(sender);
-        if (recvfrom(fd, &req, sizeof(req), 0, reinterpret_cast<sockaddr *>(&sender),
-                     &sender_len) >= 0) {
-            Modem_Response_t resp{};
-            resp.result = MODEM_RET_OK;
-            sendto(fd, &resp, MODEM_RESPONSE_HEADER_SIZE, 0, reinterpret_cast<sockaddr *>(&sender),
-                   sender_len);
-        }
-        close(fd);
-    });
-}
-
 } // namespace
 
 BENCHMARK(BM_BareAnswerWrite);
@@ -116,9 +85,10 @@ int main(int argc, char **argv) {
     setenv("KERVD_PLUGIN_DIR", KERV_BENCH_PLUGIN_DIR, 1);
     plugin_loaded = config_libdir() == KAL_TRUE;
     if (plugin_loaded) {
-        std::thread confirmer = confirm_first_definition();
+        /* The example plug-in stores a new context only once the modem daemon confirms it;
+           the measured repeats change nothing and ask nobody. */
+        modemd_stub::Stub confirmer;
         rmmi_process_multi_cmd(null_fd, "AT+CGDCONT=1,\"IP\",\"internet.example\"");
-        confirmer.join();
     }
 #endif
     fflush(stdout);

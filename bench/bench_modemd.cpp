@@ -1,11 +1,12 @@
 /*
  * Microseconds per AT command relayed to the modem daemon (send_cmd_to_md: fresh socket,
  * request packet, wait, receive, copy) against the bare loopback exchange of the same two
- * datagrams on a fresh socket as the baseline. The modem daemon is an in-process responder
- * thread that answers every request at once with "\r\nOK\r\n".
+ * datagrams on a fresh socket as the baseline. The modem daemon is the in-process stand-in,
+ * answering every request at once with "\r\nOK\r\n".
  */
 #include "kerv_md_request.h"
 #include "modem_relay.h"
+#include "modemd_stub.h"
 
 #include <benchmark/benchmark.h>
 
@@ -22,34 +23,12 @@
 
 namespace {
 
-int responder_fd = -1;
 sockaddr_in responder_address{};
-std::atomic<bool> responder_running{true};
-
-void respond() {
-    while (responder_running) {
-        pollfd watched{responder_fd, POLLIN, 0};
-        if (poll(&watched, 1, 100) != 1)
-            continue;
-        Modem_Request_t req;
-        sockaddr_in sender{};
-        socklen_t sender_len = sizeof(sender);
-        if (recvfrom(responder_fd, &req, sizeof(req), 0, reinterpret_cast<sockaddr *>(&sender),
-                     &sender_len) < MODEM_REQUEST_HEADER_SIZE)
-            continue;
-        Modem_Response_t resp{};
-        resp.magic = MODEM_REQUEST_MAGIC;
-        resp.token = req.token;
-        resp.data_len = 6;
-        memcpy(resp.data, "\r\nOK\r\n", 6);
-        sendto(responder_fd, &resp, MODEM_RESPONSE_HEADER_SIZE + 6, 0,
-               reinterpret_cast<sockaddr *>(&sender), sender_len);
-    }
-}
 
 void BM_BareLoopbackExchange(benchmark::State &state) {
     Modem_Request_t req{};
     req.magic = MODEM_REQUEST_MAGIC;
+    req.request_id = MODEM_REQ_SIM_PROXY;
     req.data_len = 7;
     memcpy(req.data, "AT+CSQ\r", 7);
     Modem_Response_t resp;
@@ -79,18 +58,11 @@ BENCHMARK(BM_RelayThroughSendCmdToMd)->Unit(benchmark::kMicrosecond);
 int main(int argc, char **argv) {
     benchmark::Initialize(&argc, argv);
     g_dbg_print = 0; /* the relay's closing trace is a warning: keep it off the report */
-    responder_fd = socket(AF_INET, SOCK_DGRAM, 0);
+    modemd_stub::Stub responder;
     responder_address.sin_family = AF_INET;
+    responder_address.sin_port = htons(responder.port());
     responder_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t address_len = sizeof(responder_address);
-    bind(responder_fd, reinterpret_cast<sockaddr *>(&responder_address), sizeof(responder_address));
-    getsockname(responder_fd, reinterpret_cast<sockaddr *>(&responder_address), &address_len);
-    setenv("KERVD_MODEMD_PORT", std::to_string(ntohs(responder_address.sin_port)).c_str(), 1);
-    std::thread responder(respond);
     benchmark::RunSpecifiedBenchmarks();
-    responder_running = false;
-    responder.join();
-    close(responder_fd);
     benchmark::Shutdown();
     return 0;
 }

@@ -16,12 +16,19 @@ install(FILES ${CMAKE_BINARY_DIR}/packaging/kervd.service
 install(FILES packaging/sncfg.conf.sample
   DESTINATION ${CMAKE_INSTALL_DATADIR}/kerv COMPONENT Runtime)
 
-# Debian's name for the target architecture (armhf for arm-linux-gnueabihf).
+# Debian's name for the target architecture (armhf for arm-linux-gnueabihf), from the
+# target's multiarch name; dpkg-architecture knows them all, the table the usual ones.
+set(kerv_deb_arch_of_x86_64-linux-gnu amd64)
+set(kerv_deb_arch_of_arm-linux-gnueabihf armhf)
+set(kerv_deb_arch_of_aarch64-linux-gnu arm64)
 if(CMAKE_LIBRARY_ARCHITECTURE)
   execute_process(COMMAND dpkg-architecture -q DEB_HOST_ARCH -t ${CMAKE_LIBRARY_ARCHITECTURE}
     OUTPUT_VARIABLE kerv_deb_arch OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+  if(NOT kerv_deb_arch)
+    set(kerv_deb_arch ${kerv_deb_arch_of_${CMAKE_LIBRARY_ARCHITECTURE}})
+  endif()
 endif()
-if(NOT kerv_deb_arch)
+if(NOT kerv_deb_arch AND NOT CMAKE_CROSSCOMPILING)
   execute_process(COMMAND dpkg --print-architecture
     OUTPUT_VARIABLE kerv_deb_arch OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 endif()

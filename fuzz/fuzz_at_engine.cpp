@@ -7,7 +7,7 @@
 #include "engine_context.h"
 #include "engine_entry.h"
 
-#include "fake_modemd.h"
+#include "modemd_stub.h"
 
 #include <fcntl.h>
 
@@ -16,7 +16,7 @@
 namespace {
 
 int null_fd = -1;
-rmmi_test::FakeModemd *modemd = nullptr;
+modemd_stub::Stub *modemd = nullptr;
 
 } // namespace
 
@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     rmmi_init();
     rmmi_read_custom_default_setting(RMMI_PROCESS_CMD_FROM_SOCKET_PORT, RMMI_MODEMD_23G,
                                      RMMI_VERBOSE_FULL_HEAD_TAIL);
-    modemd = new rmmi_test::FakeModemd; /* lives as long as the process */
+    modemd = new modemd_stub::Stub; /* lives as long as the process */
     /* The number reader of ATE/ATV always prints; keep it out of the fuzzer's output. */
     if (freopen("/dev/null", "w", stdout) == nullptr)
         return 1;

@@ -10,7 +10,7 @@
  */
 #include "kerv_plugin.h"
 
-#include "fake_modemd.h"
+#include "modemd_stub.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -22,7 +22,7 @@ extern "C" rmmi_validator_t rmmi_validators[];
 
 namespace {
 
-rmmi_test::FakeModemd *modemd = nullptr;
+modemd_stub::Stub *modemd = nullptr;
 
 constexpr int kEngineRoom = 1007; /* what the engine gives: a 1008-byte buffer */
 constexpr int kSmallestRoom = 9;
@@ -77,7 +77,7 @@ std::string stored_contexts() {
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    modemd = new rmmi_test::FakeModemd; /* lives as long as the process */
+    modemd = new modemd_stub::Stub; /* lives as long as the process */
     return 0;
 }
 
@@ -85,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size < 3)
         return 0;
     const kal_uint8 mode = data[0] % (RMMI_ACTIVE_MODE + 2);
-    modemd->answer(rmmi_test::ModemReply::text, "",
+    modemd->answer(modemd_stub::Reply::text, "",
                    data[1] % 2 == 0 ? MODEM_RET_OK : MODEM_RET_CGDCONT_ERROR);
     /* Mostly the engine's room; sometimes less, down to what the error answer needs. */
     const int room = data[2] < 0xC0 ? kEngineRoom : kSmallestRoom + (data[2] - 0xC0) * 4;

@@ -11,22 +11,22 @@
 /* Request counter; only the server's one thread sends. */
 static uint32_t relay_token = 1000;
 
-static size_t build_request(bare_relay_request_t *req, uint32_t target, const char *line,
+static size_t build_request(Modem_Request_t *req, uint32_t target, const char *line,
                             size_t line_len) {
     memset(req, 0, sizeof(*req));
-    size_t text_len = line_len < BARE_RELAY_MAX_TEXT ? line_len : BARE_RELAY_MAX_TEXT - 1;
+    size_t text_len = line_len < MODEM_REQUEST_MAX_TEXT ? line_len : MODEM_REQUEST_MAX_TEXT - 1;
     memcpy(req->data, line, text_len);
     req->data[text_len++] = '\r';
-    req->magic = BARE_RELAY_MAGIC;
+    req->magic = MODEM_REQUEST_MAGIC;
     req->token = relay_token++;
     req->target = target;
-    req->request_id = BARE_RELAY_REQ_SIM_PROXY;
+    req->request_id = MODEM_REQ_SIM_PROXY;
     req->data_len = (uint32_t)text_len;
-    return offsetof(bare_relay_request_t, data) + text_len;
+    return MODEM_REQUEST_HEADER_SIZE + text_len;
 }
 
 /* One datagram from sock within the allowed waits, or -1. */
-static ssize_t await_response(int sock, bare_relay_response_t *resp) {
+static ssize_t await_response(int sock, Modem_Response_t *resp) {
     for (int waits = BARE_RELAY_WAITS; waits > 0;) {
         fd_set readable;
         FD_ZERO(&readable);
@@ -48,7 +48,7 @@ static ssize_t await_response(int sock, bare_relay_response_t *resp) {
 
 int bare_relay_exchange(unsigned int modemd_port, uint32_t target, const char *line,
                         size_t line_len, char *out, size_t out_size) {
-    bare_relay_request_t req;
+    Modem_Request_t req;
     size_t req_size = build_request(&req, target, line, line_len);
     int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (sock < 0)
@@ -57,14 +57,14 @@ int bare_relay_exchange(unsigned int modemd_port, uint32_t target, const char *l
     modemd.sin_family = AF_INET;
     modemd.sin_port = htons(modemd_port);
     modemd.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bare_relay_response_t resp;
+    Modem_Response_t resp;
     ssize_t got = -1;
     if (sendto(sock, &req, req_size, 0, (sockaddr *)&modemd, sizeof(modemd)) == (ssize_t)req_size)
         got = await_response(sock, &resp);
     close(sock);
-    if (got < (ssize_t)offsetof(bare_relay_response_t, data) || resp.data_len == 0)
+    if (got < (ssize_t)MODEM_RESPONSE_HEADER_SIZE || resp.data_len == 0)
         return -1;
-    size_t text_len = (size_t)got - offsetof(bare_relay_response_t, data);
+    size_t text_len = (size_t)got - MODEM_RESPONSE_HEADER_SIZE;
     if (resp.data_len < text_len)
         text_len = resp.data_len;
     if (out_size < text_len)

@@ -7,40 +7,13 @@
 #ifndef LOAD_BARE_RELAY_H
 #define LOAD_BARE_RELAY_H
 
+#include "kerv_md_request.h"
+
 #include <stddef.h>
 #include <stdint.h>
 
-enum {
-    BARE_RELAY_MAGIC = 0x5498ACDE,
-    BARE_RELAY_REQ_SIM_PROXY = 998, /* the request id the daemon relays AT commands with */
-    BARE_RELAY_TARGET_LTE = 1,
-    BARE_RELAY_MAX_TEXT = 510,
-    BARE_RELAY_WAITS = 60,
-};
-
-/* Request datagram: 20-byte header (native byte order) and data_len bytes of text. */
-struct bare_relay_request_t {
-    uint32_t magic;
-    uint32_t token;
-    uint32_t target;
-    uint32_t request_id;
-    uint32_t data_len;
-    char data[512];
-};
-static_assert(sizeof(bare_relay_request_t) == 532, "request record is 532 bytes");
-
-/* Response datagram: 28-byte header and up to 1420 bytes of answer text. */
-struct bare_relay_response_t {
-    uint32_t magic;
-    uint32_t token;
-    uint32_t target;
-    uint32_t response_id;
-    uint32_t result;
-    uint32_t request_id;
-    uint32_t data_len;
-    char data[1420];
-};
-static_assert(sizeof(bare_relay_response_t) == 1448, "response record is 1448 bytes");
+/* Like the daemon's relay: at most 60 waits of one second for the answer. */
+enum { BARE_RELAY_WAITS = 60 };
 
 /*
  * Sends line (without terminator; a carriage return is added, as the daemon sends each

@@ -33,7 +33,7 @@ static void relay_line(void *ctx, int host_fd, const char *line, size_t line_len
 
 int main(int argc, char **argv) {
     unsigned int port = 0;
-    relay_config_t config = {0, BARE_RELAY_TARGET_LTE};
+    relay_config_t config = {0, MODEM_TARGET_LTE};
     for (int i = 1; i < argc; i++) {
         if (strcmp(argv[i], "--port") == 0 && i + 1 < argc) {
             port = (unsigned int)strtoul(argv[++i], nullptr, 10);

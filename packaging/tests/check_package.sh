@@ -21,7 +21,9 @@ fail() { echo "FAIL: $*"; exit 1; }
 
 cpack -G DEB --config "$build_dir/CPackConfig.cmake" -B "$work/debs" >"$work/cpack.log" 2>&1 \
   || { cat "$work/cpack.log"; fail "cpack"; }
-arch=$(sed -n 's/^set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE "\(.*\)")$/\1/p' "$build_dir/CPackConfig.cmake")
+setting() { sed -n "s/^set($1 \"\\(.*\\)\")\$/\\1/p" "$build_dir/CPackConfig.cmake"; }
+arch=$(setting CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
+version=$(setting CPACK_PACKAGE_VERSION)
 case $arch in
   amd64) machine="X86-64" ;;
   armhf) machine="ARM" ;;
@@ -29,7 +31,7 @@ case $arch in
 esac
 
 for name in kervd kervd-dev kervd-tools; do
-  deb="$work/debs/${name}_1.0.0_$arch.deb"
+  deb="$work/debs/${name}_${version}_$arch.deb"
   [ -f "$deb" ] || fail "$deb was not built"
   [ "$(dpkg-deb -f "$deb" Architecture)" = "$arch" ] || fail "$name: wrong architecture"
   dpkg-deb -c "$deb" > "$work/$name.list"
@@ -38,8 +40,8 @@ for name in kervd kervd-dev kervd-tools; do
     || fail "$name holds group- or world-writable entries"
   dpkg-deb -x "$deb" "$work/root"
 done
-dpkg-deb -f "$work/debs/kervd_1.0.0_$arch.deb" Depends | grep -q 'libc6' || fail "kervd: no libc6 dependency"
-dpkg-deb -f "$work/debs/kervd-dev_1.0.0_$arch.deb" Depends | grep -q 'kervd (= 1.0.0)' \
+dpkg-deb -f "$work/debs/kervd_${version}_$arch.deb" Depends | grep -q 'libc6' || fail "kervd: no libc6 dependency"
+dpkg-deb -f "$work/debs/kervd-dev_${version}_$arch.deb" Depends | grep -qF "kervd (= $version)" \
   || fail "kervd-dev does not depend on this kervd"
 grep -q 'modemd-sim$' "$work/kervd.list" && fail "the modem-daemon stand-in is in the runtime package"
 grep -q '\.h$' "$work/kervd.list" && fail "headers are in the runtime package"

@@ -13,7 +13,22 @@
 
 namespace {
 
-constexpr int kWaitMillis = 1000;
+/* A development setting from the environment: a decimal number from 1 to max; anything
+   else (unset, empty, not a number, out of range) leaves the board's value. */
+unsigned long env_setting(const char *name, unsigned long board_value, unsigned long max) {
+    const char *setting = getenv(name);
+    if (setting == nullptr || *setting == '\0')
+        return board_value;
+    char *end = nullptr;
+    const unsigned long value = strtoul(setting, &end, 10);
+    return *end != '\0' || value == 0 || value > max ? board_value : value;
+}
+
+/* Length of one wait for the answer: one second on the board; KERVD_MODEMD_WAIT_MS shortens
+   it so that development runs reach the no-answer paths quickly. */
+int wait_millis() {
+    return static_cast<int>(env_setting("KERVD_MODEMD_WAIT_MS", 1000, 60000));
+}
 
 /* Owns the exchange's socket: every path out of the exchange closes it. */
 struct SocketGuard {
@@ -56,14 +71,15 @@ long long monotonic_millis() {
 }
 
 /*
- * timeout_count waits of one second each until the answer is readable. A signal that
- * interrupts a wait neither counts as a wait nor restarts the current second, so a stream
- * of signals can neither shorten nor stretch the time limit. poll rather than select: the
- * daemon may hold more descriptors than an fd_set can name.
+ * timeout_count waits of one second (or the development setting) each until the answer is
+ * readable. A signal that interrupts a wait neither counts as a wait nor restarts the
+ * current one, so a stream of signals can neither shorten nor stretch the time limit. poll rather
+ * than select: the daemon may hold more descriptors than an fd_set can name.
  */
 WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
+    const int one_wait = wait_millis();
     while (timeout_count > 0) {
-        const long long second_ends = monotonic_millis() + kWaitMillis;
+        const long long second_ends = monotonic_millis() + one_wait;
         int ready;
         do {
             const long long left = second_ends - monotonic_millis();
@@ -86,14 +102,8 @@ WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
 extern "C" {
 
 unsigned short modemd_port(void) {
-    const char *setting = getenv("KERVD_MODEMD_PORT");
-    if (setting == nullptr || *setting == '\0')
-        return MODEMD_DEFAULT_PORT;
-    char *end = nullptr;
-    const unsigned long port = strtoul(setting, &end, 10);
-    if (*end != '\0' || port == 0 || port > 65535)
-        return MODEMD_DEFAULT_PORT;
-    return static_cast<unsigned short>(port);
+    return static_cast<unsigned short>(
+        env_setting("KERVD_MODEMD_PORT", MODEMD_DEFAULT_PORT, 65535));
 }
 
 void modemd_build_request(Modem_Request_t *req, kal_uint32 token, kal_uint32 target,

@@ -14,12 +14,13 @@
 #include <poll.h>
 #include <random>
 #include <sstream>
-#include <sys/prctl.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <termios.h>
+#include <thread>
 #include <unistd.h>
 
 extern char **environ;
@@ -27,10 +28,6 @@ extern char **environ;
 namespace e2e {
 
 namespace {
-
-constexpr unsigned int kModemMagic = 0x5498ACDE;
-constexpr size_t kModemRequestHeader = 20;
-constexpr size_t kModemResponseHeader = 28;
 
 using Clock = std::chrono::steady_clock;
 
@@ -42,40 +39,17 @@ sockaddr_in loopback(unsigned int port) {
     return address;
 }
 
-unsigned int read_u32(const char *bytes) {
-    unsigned int value;
-    memcpy(&value, bytes, sizeof(value));
-    return value;
-}
-
-void put_u32(std::string &bytes, unsigned int value) {
-    bytes.append(reinterpret_cast<const char *>(&value), sizeof(value));
-}
-
-/* The daemon is a grandchild (its launcher forks and exits): becoming the subreaper makes it
-   our child once the launcher has gone, so that it can be waited for by its pid. */
-void become_subreaper() {
-    static const bool done = prctl(PR_SET_CHILD_SUBREAPER, 1) == 0;
-    (void)done;
-}
-
-/* Waits for pid to end; its wait status, or -1 when it did not end within limit. */
-int reaped_within(pid_t pid, std::chrono::milliseconds limit) {
-    const auto deadline = Clock::now() + limit;
-    while (Clock::now() < deadline) {
-        int status = 0;
-        const pid_t got = waitpid(pid, &status, WNOHANG);
-        if (got == pid)
-            return status;
-        if (got < 0)
-            return 0;
-        std::this_thread::sleep_for(10ms);
-    }
-    return -1;
+/* Runs op on a fresh socket of type and the address 127.0.0.1:port; op's result. */
+template <typename Op> bool on_loopback(int type, unsigned int port, Op op) {
+    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    sockaddr_in address = loopback(port);
+    const bool result = op(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
+    close(fd);
+    return result;
 }
 
 /* This process's environment with settings put in (replacing what it had for them). */
-std::vector<std::string> environment_with(const std::map<std::string, std::string> &settings) {
+std::vector<std::string> environment_with(const Settings &settings) {
     std::vector<std::string> env_text;
     for (char **entry = environ; *entry != nullptr; entry++) {
         const std::string line = *entry;
@@ -96,29 +70,15 @@ std::vector<char *> pointers_to(std::vector<std::string> &texts) {
     return pointers;
 }
 
-} // namespace
-
-ToolRun run_tool(const TempDir &dir, const char *path, std::vector<std::string> args,
-                 const std::map<std::string, std::string> &settings) {
-    std::vector<std::string> env_text = environment_with(settings);
-    std::vector<char *> envp = pointers_to(env_text);
-    args.insert(args.begin(), path);
-    std::vector<char *> argv = pointers_to(args);
-    const std::string out_path = dir.file("tool.out");
-    const std::string err_path = dir.file("tool.err");
-    const pid_t tool = fork();
-    if (tool == 0) {
-        const int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        const int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(out, STDOUT_FILENO);
-        dup2(err, STDERR_FILENO);
-        execve(path, argv.data(), envp.data());
-        _exit(127);
-    }
-    int status = -1;
-    waitpid(tool, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(out_path), read_file(err_path)};
+/* A process that is gone or only waits to be reaped by its parent has ended. */
+bool process_running(pid_t pid) {
+    const std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
+    const size_t state_at = stat.rfind(')');
+    return state_at != std::string::npos && state_at + 2 < stat.size() &&
+           stat[state_at + 2] != 'Z' && stat[state_at + 2] != 'X';
 }
+
+} // namespace
 
 TempDir::TempDir() {
     char pattern[] = "/tmp/kerv-e2e-XXXXXX";
@@ -126,32 +86,23 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() {
-    const std::string command = "rm -rf '" + path + "'";
-    if (system(command.c_str()) != 0)
-        fprintf(stderr, "could not remove %s\n", path.c_str());
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
 }
 
-unsigned int free_port(int sock_type) {
-    /* Below the ephemeral range: a port the kernel hands out for port 0 (to a fake modem or a
-       client of a test running in parallel) could otherwise be the one picked here. */
-    unsigned int ephemeral_low = 32768;
-    sscanf(read_file("/proc/sys/net/ipv4/ip_local_port_range").c_str(), "%u", &ephemeral_low);
-    static std::mt19937 pick(std::random_device{}());
-    std::uniform_int_distribution<unsigned int> ports(10000, ephemeral_low - 1);
-    for (;;) {
-        const unsigned int port = ports(pick);
-        const int fd = socket(AF_INET, sock_type | SOCK_CLOEXEC, 0);
-        sockaddr_in address = loopback(port);
-        address.sin_addr.s_addr = htonl(INADDR_ANY);
-        const bool free = bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
-        close(fd);
-        if (free)
-            return port;
-    }
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream content;
+    content << in.rdbuf();
+    return content.str();
 }
 
-bool eventually(const std::function<bool()> &check) {
-    const auto deadline = Clock::now() + kPatience;
+void write_file(const std::string &path, const std::string &content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+bool eventually(const std::function<bool()> &check, std::chrono::milliseconds patience) {
+    const auto deadline = Clock::now() + patience;
     while (Clock::now() < deadline) {
         if (check())
             return true;
@@ -160,93 +111,100 @@ bool eventually(const std::function<bool()> &check) {
     return check();
 }
 
-FakeModem::FakeModem() {
-    fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t len = sizeof(address);
-    bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof(address));
-    getsockname(fd_, reinterpret_cast<sockaddr *>(&address), &len);
-    port_ = ntohs(address.sin_port);
-    if (pipe2(stop_, O_CLOEXEC) != 0)
-        abort();
-    thread_ = std::thread([this] { serve(); });
-}
-
-FakeModem::~FakeModem() {
-    const char stop = 1;
-    if (write(stop_[1], &stop, 1) != 1)
-        abort();
-    thread_.join();
-    close(fd_);
-    close(stop_[0]);
-    close(stop_[1]);
-}
-
-void FakeModem::answer(const std::string &prefix, ModemAnswer answer) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    script_.insert(script_.begin(), {prefix, answer});
-}
-
-std::vector<ModemRequest> FakeModem::requests() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return requests_;
-}
-
-bool FakeModem::wait_requests(size_t count) {
-    return eventually([&] { return requests().size() >= count; });
-}
-
-void FakeModem::serve() {
+unsigned int free_port(int sock_type) {
+    /* Below the ephemeral range: a port the kernel hands out for port 0 (to a stand-in or a
+       client of a test running in parallel) could otherwise be the one picked here. */
+    unsigned int ephemeral_low = 32768;
+    sscanf(read_file("/proc/sys/net/ipv4/ip_local_port_range").c_str(), "%u", &ephemeral_low);
+    static std::mt19937 pick(std::random_device{}());
+    std::uniform_int_distribution<unsigned int> ports(10000, ephemeral_low - 1);
     for (;;) {
-        pollfd watched[2] = {{fd_, POLLIN, 0}, {stop_[0], POLLIN, 0}};
-        poll(watched, 2, -1);
-        if (watched[1].revents != 0)
-            return;
-        char packet[2048];
-        sockaddr_in sender;
-        socklen_t sender_len = sizeof(sender);
-        const ssize_t got = recvfrom(fd_, packet, sizeof(packet), 0,
-                                     reinterpret_cast<sockaddr *>(&sender), &sender_len);
-        if (got < static_cast<ssize_t>(kModemRequestHeader))
-            continue;
-        ModemRequest request{read_u32(packet + 4), read_u32(packet + 8), read_u32(packet + 12),
-                             std::string(packet + kModemRequestHeader,
-                                         got - static_cast<ssize_t>(kModemRequestHeader))};
-        ModemAnswer answer{"\r\nOK\r\n"};
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            requests_.push_back(request);
-            for (const auto &[prefix, scripted] : script_)
-                if (request.text.compare(0, prefix.size(), prefix) == 0) {
-                    answer = scripted;
-                    break;
-                }
-        }
-        std::this_thread::sleep_for(answer.delay);
-        std::string response;
-        put_u32(response, kModemMagic);
-        put_u32(response, request.token);
-        put_u32(response, request.target);
-        put_u32(response, request.request_id);
-        put_u32(response, 0); /* result: OK */
-        put_u32(response, request.request_id);
-        put_u32(response, static_cast<unsigned int>(answer.text.size()));
-        response += answer.text;
-        sendto(fd_, response.data(), response.size(), 0, reinterpret_cast<sockaddr *>(&sender),
-               sender_len);
+        const unsigned int port = ports(pick);
+        if (on_loopback(sock_type, port, [](int fd, sockaddr *address, socklen_t len) {
+                reinterpret_cast<sockaddr_in *>(address)->sin_addr.s_addr = htonl(INADDR_ANY);
+                return bind(fd, address, len) == 0;
+            }))
+            return port;
     }
+}
+
+pid_t spawn(const std::string &path, std::vector<std::string> args, const Settings &settings,
+            const std::string &out_path, const std::string &err_path) {
+    std::vector<std::string> env_text = environment_with(settings);
+    std::vector<char *> envp = pointers_to(env_text);
+    args.insert(args.begin(), path);
+    std::vector<char *> argv = pointers_to(args);
+    const pid_t child = fork();
+    if (child == 0) {
+        const int in = open("/dev/null", O_RDONLY);
+        const int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        const int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        dup2(in, STDIN_FILENO);
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        execve(path.c_str(), argv.data(), envp.data());
+        _exit(127);
+    }
+    return child;
+}
+
+int exit_status(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+ToolRun run_tool(const TempDir &dir, const std::string &path, std::vector<std::string> args,
+                 const Settings &settings) {
+    const std::string out_path = dir.file("tool.out");
+    const std::string err_path = dir.file("tool.err");
+    unlink(out_path.c_str());
+    unlink(err_path.c_str());
+    const int status = exit_status(spawn(path, std::move(args), settings, out_path, err_path));
+    return {status, read_file(out_path), read_file(err_path)};
+}
+
+Pty::Pty() {
+    master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
+        return;
+    device = ptsname(master);
+    slave = open(device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    /* Packet mode reports the daemon's flush of the device's input (see wait_opened). */
+    int on = 1;
+    ioctl(master, TIOCPKT, &on);
+}
+
+Pty::~Pty() {
+    if (slave >= 0)
+        close(slave);
+    if (master >= 0)
+        close(master);
+}
+
+bool Pty::wait_opened() {
+    const auto deadline = Clock::now() + kPatience;
+    bool flushed = false;
+    while (!flushed && Clock::now() < deadline) {
+        pollfd watched = {master, POLLIN, 0};
+        unsigned char packet[256];
+        if (poll(&watched, 1, 50) == 1 && read(master, packet, sizeof(packet)) > 0)
+            flushed = (packet[0] & TIOCPKT_FLUSHREAD) != 0;
+    }
+    int off = 0;
+    ioctl(master, TIOCPKT, &off);
+    return flushed;
 }
 
 Daemon::Daemon(TempDir &dir, FakeModem &modem, DaemonOptions options)
     : dir_(dir), options_(std::move(options)), tcp_port_(free_port(SOCK_STREAM)),
-      urc_port_(free_port(SOCK_DGRAM)),
+      urc_port_(free_port(SOCK_DGRAM)), modem_port_(modem.port()),
       socket_path_(options_.socket_path.empty() ? dir.file("kerv.socket") : options_.socket_path),
       pid_path_(dir.file("kerv.pid")), output_path_(dir.file("kervd.out")),
-      errors_path_(dir.file("kervd.err")), modem_port_(modem.port()) {
-    become_subreaper();
-    auto &store = options_.store;
-    store.try_emplace("KERV_LISTEN_PORT", std::to_string(tcp_port_));
-    store.try_emplace("KERV_URC_LISTEN_PORT", std::to_string(urc_port_));
+      errors_path_(dir.file("kervd.err")) {
+    options_.store.try_emplace("KERV_LISTEN_PORT", std::to_string(tcp_port_));
+    options_.store.try_emplace("KERV_URC_LISTEN_PORT", std::to_string(urc_port_));
     if (options_.plugin_dir.empty()) {
         options_.plugin_dir = dir.file("plugins");
         mkdir(options_.plugin_dir.c_str(), 0755);
@@ -261,99 +219,75 @@ bool Daemon::start() {
     std::string store_text = "# written by the end-to-end test\n";
     for (const auto &[key, value] : options_.store)
         store_text += key + "=" + value + "\n";
-    const std::string store_path = dir_.file("sncfg.conf");
-    write_file(store_path, store_text);
-
-    const std::map<std::string, std::string> settings = {
-        {"SNCFG_FILE", store_path},
+    write_file(store_path(), store_text);
+    const Settings settings = {
+        {"SNCFG_FILE", store_path()},
         {"KERVD_CONTROL_SOCKET", socket_path_},
         {"KERVD_PID_FILE", pid_path_},
         {"KERVD_PLUGIN_DIR", options_.plugin_dir},
         {"KERVD_MODEMD_PORT", std::to_string(modem_port_)},
+        {"KERVD_MODEMD_WAIT_MS", "10"},
+        {"KERVD_CONTROL_TIMEOUT_MS", "200"},
         {"KERVD_SERIAL_DEVICE",
          options_.serial_device.empty() ? dir_.file("no-serial") : options_.serial_device},
     };
-    std::vector<std::string> env_text = environment_with(settings);
-    std::vector<char *> envp = pointers_to(env_text);
-
-    const int out = open(output_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    const int errors = open(errors_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    const pid_t launcher = fork();
-    if (launcher == 0) {
-        dup2(out, STDOUT_FILENO);
-        dup2(errors, STDERR_FILENO);
-        const int devnull = open("/dev/null", O_RDONLY);
-        dup2(devnull, STDIN_FILENO);
-        char *argv[] = {const_cast<char *>(KERV_TEST_KERVD_PATH), nullptr};
-        execve(KERV_TEST_KERVD_PATH, argv, envp.data());
-        _exit(127);
-    }
-    close(out);
-    close(errors);
-    int status = -1;
-    waitpid(launcher, &status, 0);
-    launcher_status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    /* The file may hold an earlier pid: only a new text names our daemon. */
+    const std::string earlier = read_file(pid_path_);
+    launcher_status_ =
+        exit_status(spawn(KERV_TEST_KERVD_PATH, {}, settings, output_path_, errors_path_));
     if (launcher_status_ != 0)
         return false;
-    /* The file may still hold an earlier pid: only our own (reparented) daemon counts. */
-    const bool found = eventually([&] {
-        const pid_t pid = static_cast<pid_t>(strtol(read_file(pid_path_).c_str(), nullptr, 10));
-        siginfo_t info = {};
-        if (pid <= 0 ||
-            waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0)
+    return eventually([&] {
+        const std::string text = read_file(pid_path_);
+        const pid_t pid = static_cast<pid_t>(strtol(text.c_str(), nullptr, 10));
+        if (text == earlier || pid <= 0 || !process_running(pid))
             return false;
         pid_ = pid;
         return true;
     });
-    if (!found)
-        return false;
-    if (options_.wait_for_channel && options_.serial_device.empty())
-        return eventually([&] { return tcp_accepts(tcp_port_); });
-    return true;
 }
 
 void Daemon::stop() {
     if (pid_ <= 0)
         return;
+    const bool was_running = process_running(pid_);
     kill(pid_, SIGTERM);
-    int status = reaped_within(pid_, 5s);
-    if (status == -1) {
-        kill(pid_, SIGKILL);
-        status = reaped_within(pid_, 5s);
+    const pid_t pid = pid_;
+    if (!eventually([&] { return !process_running(pid); }, 5s)) {
+        kill(pid, SIGKILL);
+        eventually([&] { return !process_running(pid); }, 5s);
     }
     pid_ = -1;
-    /* Anything but our SIGTERM (a crash, a sanitizer's abort) is a failure of the test. */
-    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGTERM)
-        ADD_FAILURE() << "kervd ended with status " << status << "\n"
-                      << read_file(errors_path_) << output();
+    const std::string errors = read_file(errors_path_);
+    if (!was_running || !errors.empty())
+        ADD_FAILURE() << "kervd ended before its SIGTERM or reported errors\n"
+                      << errors << output();
 }
 
 bool Daemon::alive() const {
-    if (pid_ <= 0)
-        return false;
-    /* A zombie is not alive: it would be ours to reap. */
-    siginfo_t info = {};
-    return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-           info.si_pid == 0;
+    return pid_ > 0 && process_running(pid_);
 }
 
-bool Daemon::thread_blocked_writing() const {
-    const std::string tasks = "/proc/" + std::to_string(pid_) + "/task";
-    for (const auto &task : std::filesystem::directory_iterator(tasks)) {
-        const std::string call = read_file(task.path().string() + "/syscall");
-        const long number = call.empty() ? -1 : strtol(call.c_str(), nullptr, 10);
-        if (number == SYS_write || number == SYS_sendto)
-            return true;
+unsigned long Daemon::unsent_to_host() const {
+    /* The daemon's end of the connection: local port ours, state 01 (established). */
+    char local_end[16];
+    snprintf(local_end, sizeof(local_end), ":%04X ", tcp_port_);
+    std::istringstream table(read_file("/proc/net/tcp"));
+    std::string sl, local, remote, state, queues;
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream(line) >> sl >> local >> remote >> state >> queues;
+        if ((local + " ").find(local_end) != std::string::npos && state == "01")
+            return strtoul(queues.c_str(), nullptr, 16);
     }
-    return false;
+    return 0;
 }
 
 std::string Daemon::output() const {
     return read_file(output_path_);
 }
 
-std::map<std::string, std::string> Daemon::client_settings() const {
-    return {{"SNCFG_FILE", dir_.file("sncfg.conf")}, {"KERVD_CONTROL_SOCKET", socket_path_}};
+Settings Daemon::client_settings() const {
+    return {{"SNCFG_FILE", store_path()}, {"KERVD_CONTROL_SOCKET", socket_path_}};
 }
 
 bool Daemon::wait_output(const std::string &text) const {
@@ -361,12 +295,25 @@ bool Daemon::wait_output(const std::string &text) const {
 }
 
 Host::Host(unsigned int port) {
-    fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(port);
-    if (connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0) {
+    const auto deadline = Clock::now() + kPatience;
+    bool refused = true;
+    while (refused && Clock::now() < deadline) {
+        fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address = loopback(port);
+        if (connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0)
+            return;
+        refused = errno == ECONNREFUSED;
         ::close(fd_);
         fd_ = -1;
+        std::this_thread::sleep_for(10ms);
     }
+}
+
+Host Host::on(int fd) {
+    Host host;
+    host.fd_ = fd;
+    host.owned_ = false;
+    return host;
 }
 
 Host::~Host() {
@@ -376,69 +323,48 @@ Host::~Host() {
 void Host::send(const std::string &bytes) {
     size_t sent = 0;
     while (sent < bytes.size()) {
-        const ssize_t n = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        const ssize_t n = owned_
+                              ? ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL)
+                              : write(fd_, bytes.data() + sent, bytes.size() - sent);
         if (n <= 0)
             return;
         sent += static_cast<size_t>(n);
     }
 }
 
-std::string Host::read_exactly(size_t count) {
+std::string Host::read_until(size_t count, std::chrono::milliseconds quiet) {
     std::string got;
-    const auto deadline = Clock::now() + kPatience;
-    while (got.size() < count && Clock::now() < deadline) {
-        pollfd watched = {fd_, POLLIN, 0};
-        if (poll(&watched, 1, 50) <= 0)
-            continue;
-        char buf[4096];
-        const ssize_t n = recv(fd_, buf, std::min(sizeof(buf), count - got.size()), 0);
-        if (n <= 0)
-            break;
+    char buf[4096];
+    ssize_t n = 0;
+    for (pollfd watched = {fd_, POLLIN, 0};
+         got.size() < count && poll(&watched, 1, static_cast<int>(quiet.count())) > 0 &&
+         (n = read(fd_, buf, std::min(sizeof(buf), count - got.size()))) > 0;)
         got.append(buf, static_cast<size_t>(n));
-    }
     return got;
 }
 
-std::string Host::read_for(std::chrono::milliseconds quiet) {
-    std::string got;
-    for (;;) {
-        pollfd watched = {fd_, POLLIN, 0};
-        if (poll(&watched, 1, static_cast<int>(quiet.count())) <= 0)
-            return got;
-        char buf[4096];
-        const ssize_t n = recv(fd_, buf, sizeof(buf), 0);
-        if (n <= 0)
-            return got;
-        got.append(buf, static_cast<size_t>(n));
-    }
-}
-
 void Host::close() {
-    if (fd_ >= 0)
+    if (fd_ >= 0 && owned_)
         ::close(fd_);
     fd_ = -1;
 }
 
 bool tcp_accepts(unsigned int port) {
-    Host probe(port);
-    return probe.connected();
+    return on_loopback(SOCK_STREAM, port, [](int fd, sockaddr *address, socklen_t len) {
+        return connect(fd, address, len) == 0;
+    });
 }
 
 bool udp_bound(unsigned int port) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(port);
-    const bool taken = bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0 &&
-                       errno == EADDRINUSE;
-    close(fd);
-    return taken;
+    return on_loopback(SOCK_DGRAM, port, [](int fd, sockaddr *address, socklen_t len) {
+        return bind(fd, address, len) != 0 && errno == EADDRINUSE;
+    });
 }
 
 void send_urc(unsigned int port, const std::string &bytes) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(port);
-    sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr *>(&address),
-           sizeof(address));
-    close(fd);
+    on_loopback(SOCK_DGRAM, port, [&](int fd, sockaddr *address, socklen_t len) {
+        return sendto(fd, bytes.data(), bytes.size(), 0, address, len) >= 0;
+    });
 }
 
 std::string control_exchange(const std::string &socket_path, const std::string &bytes) {
@@ -446,26 +372,12 @@ std::string control_exchange(const std::string &socket_path, const std::string &
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     strncpy(address.sun_path, socket_path.c_str(), sizeof(address.sun_path) - 1);
-    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0) {
-        close(fd);
-        return "<no connection>";
-    }
-    if (!bytes.empty() && write(fd, bytes.data(), bytes.size()) < 0) {
-        close(fd);
-        return "<write failed>";
-    }
-    shutdown(fd, SHUT_WR); /* all of the request is sent */
-    std::string reply;
-    const auto deadline = Clock::now() + kPatience;
-    while (Clock::now() < deadline) {
-        pollfd watched = {fd, POLLIN, 0};
-        if (poll(&watched, 1, 50) <= 0)
-            continue;
-        char buf[4096];
-        const ssize_t n = read(fd, buf, sizeof(buf));
-        if (n <= 0)
-            break;
-        reply.append(buf, static_cast<size_t>(n));
+    std::string reply = "<no connection>";
+    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0 &&
+        (bytes.empty() || write(fd, bytes.data(), bytes.size()) >= 0)) {
+        shutdown(fd, SHUT_WR); /* all of the request is sent */
+        Host reader = Host::on(fd);
+        reply = reader.read_for(kPatience);
     }
     close(fd);
     return reply;
@@ -489,15 +401,15 @@ bool unpack_reply(const std::string &bytes, kervRequest_t *reply) {
     return kerv_unpack_request(reply, static_cast<int>(bytes.size())) == 0;
 }
 
-std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
-
-void write_file(const std::string &path, const std::string &content) {
-    std::ofstream(path, std::ios::binary) << content;
+std::string app_request(const std::string &socket_path, u_int16_t cmd, const char *arg0) {
+    const std::string bytes =
+        control_exchange(socket_path, packed_request(KERV_REQUEST_TYPE_APP, cmd, arg0));
+    kervRequest_t reply;
+    if (bytes.empty())
+        return "";
+    if (!unpack_reply(bytes, &reply) || reply.arg[0] == nullptr)
+        return "<bad reply>";
+    return reply.arg[0];
 }
 
 } // namespace e2e

@@ -1,85 +1,84 @@
 /*
  * End-to-end harness: starts the real kervd in a hermetic setting (its own store file,
  * ports, control socket, pid file, plug-in directory, optionally a pty as the serial
- * device) next to a fake modem daemon that records every request, and talks to it over
- * real sockets.
+ * device) next to the modem-daemon stand-in, and talks to it over real sockets.
+ *
+ * The daemon is found by its pid file and ended by its pid; nothing here needs to be the
+ * daemon's parent (it is a grandchild: its launcher forks and exits).
  */
 #ifndef KERV_E2E_HARNESS_H
 #define KERV_E2E_HARNESS_H
 
+#include "modemd_stub.h"
 #include "request.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <sys/types.h>
-#include <thread>
 #include <vector>
 
 namespace e2e {
 
 using namespace std::chrono_literals;
+using FakeModem = modemd_stub::Stub;
+using Settings = std::map<std::string, std::string>;
 
 /* Upper bound for anything the daemon should do promptly; only failures wait this long. */
 constexpr auto kPatience = 10s;
 
-/* A fresh directory under /tmp (short paths: a Unix socket path is limited), removed at
-   the end. */
+/* A fresh directory under /tmp (short: a Unix socket path is limited), removed at the end. */
 struct TempDir {
     TempDir();
     ~TempDir();
+    TempDir(const TempDir &) = delete;
+    TempDir &operator=(const TempDir &) = delete;
     std::string path;
     std::string file(const std::string &name) const { return path + "/" + name; }
 };
 
+std::string read_file(const std::string &path);
+void write_file(const std::string &path, const std::string &content);
+/* Retries check until it holds or patience passed. */
+bool eventually(const std::function<bool()> &check, std::chrono::milliseconds patience = kPatience);
 /* A port that was free a moment ago, outside the range the kernel picks ports from. */
 unsigned int free_port(int sock_type);
 
-/* One request as the fake modem daemon received it. */
-struct ModemRequest {
-    unsigned int token;
-    unsigned int target;
-    unsigned int request_id;
-    std::string text;
+/* Starts path with args, this process's environment plus settings, standard input from
+   /dev/null and its two outputs appended to out_path and err_path. */
+pid_t spawn(const std::string &path, std::vector<std::string> args, const Settings &settings,
+            const std::string &out_path, const std::string &err_path);
+/* Waits for a child; its exit status, or -1 when a signal ended it. */
+int exit_status(pid_t child);
+
+/* What a command-line tool did: exit status and its two outputs. */
+struct ToolRun {
+    int status;
+    std::string out;
+    std::string err;
 };
+ToolRun run_tool(const TempDir &dir, const std::string &path, std::vector<std::string> args,
+                 const Settings &settings);
 
-/* What the fake modem answers to a command text (after an optional delay). */
-struct ModemAnswer {
-    std::string text;
-    std::chrono::milliseconds delay{0};
-};
-
-/* UDP fake of the modem daemon on 127.0.0.1: records each request, answers from a script. */
-class FakeModem {
-  public:
-    FakeModem();
-    ~FakeModem();
-    unsigned int port() const { return port_; }
-    /* The answer for every command text beginning with prefix (default: "\r\nOK\r\n"). */
-    void answer(const std::string &prefix, ModemAnswer answer);
-    std::vector<ModemRequest> requests();
-    /* Waits until at least count requests have arrived. */
-    bool wait_requests(size_t count);
-
-  private:
-    void serve();
-    int fd_ = -1;
-    int stop_[2] = {-1, -1};
-    unsigned int port_ = 0;
-    std::mutex mutex_;
-    std::vector<ModemRequest> requests_;
-    std::vector<std::pair<std::string, ModemAnswer>> script_;
-    std::thread thread_;
+/* A pty standing in for the serial device; the test holds the host's (master) end. */
+struct Pty {
+    Pty();
+    ~Pty();
+    /* Waits until the daemon has opened the device and discarded its earlier input: what
+       the host writes from then on is read. */
+    bool wait_opened();
+    int master = -1;
+    int slave = -1; /* our own view of the device, to read its settings */
+    std::string device;
 };
 
 struct DaemonOptions {
-    std::map<std::string, std::string> store; /* KEY=VALUE lines; empty value writes "KEY=" */
-    std::string serial_device;                /* KERVD_SERIAL_DEVICE, when set */
-    std::string plugin_dir;                   /* KERVD_PLUGIN_DIR; default: an empty dir */
-    std::string socket_path;                  /* control socket; default: in the temp dir */
-    bool wait_for_channel = true;             /* wait until the TCP channel accepts */
+    Settings store;            /* KEY=VALUE lines; an empty value writes "KEY=" */
+    std::string serial_device; /* KERVD_SERIAL_DEVICE, when set */
+    std::string plugin_dir;    /* KERVD_PLUGIN_DIR; default: an empty directory */
+    std::string socket_path;   /* control socket; default: in the temp dir */
 };
 
 /* A running kervd. Its standard output goes to a file in the temp dir. */
@@ -87,22 +86,24 @@ class Daemon {
   public:
     Daemon(TempDir &dir, FakeModem &modem, DaemonOptions options);
     ~Daemon();
-    /* Starts kervd; false when the launcher did not exit 0 or no pid appeared. */
+    /* Starts kervd and waits for its pid file; false when the launcher did not exit 0 or
+       no daemon wrote its pid. */
     bool start();
-    /* Ends the daemon by its pid: SIGTERM, then SIGKILL. */
+    /* Ends the daemon by its pid (SIGTERM, then SIGKILL); a daemon that had already ended,
+       or printed on standard error (sanitizer reports), fails the test. */
     void stop();
     pid_t pid() const { return pid_; }
     bool alive() const;
-    /* True when one of the daemon's threads is in a write or send system call (it waits for
-       room in a connection). */
-    bool thread_blocked_writing() const;
+    /* Bytes the daemon has written to its TCP host that the host has not taken. */
+    unsigned long unsent_to_host() const;
     unsigned int tcp_port() const { return tcp_port_; }
     unsigned int urc_port() const { return urc_port_; }
     const std::string &socket_path() const { return socket_path_; }
     const std::string &pid_path() const { return pid_path_; }
+    std::string store_path() const { return dir_.file("sncfg.conf"); }
     std::string output() const;
     /* The settings a local client needs to reach this daemon: store and control socket. */
-    std::map<std::string, std::string> client_settings() const;
+    Settings client_settings() const;
     /* Waits until the daemon's output contains text. */
     bool wait_output(const std::string &text) const;
     int launcher_status() const { return launcher_status_; }
@@ -112,43 +113,45 @@ class Daemon {
     DaemonOptions options_;
     unsigned int tcp_port_;
     unsigned int urc_port_;
+    unsigned int modem_port_;
     std::string socket_path_;
     std::string pid_path_;
     std::string output_path_;
     std::string errors_path_; /* standard error: only sanitizer reports go there */
     pid_t pid_ = -1;
     int launcher_status_ = -1;
-    unsigned int modem_port_;
 };
 
-/* A TCP host connected to the command channel. */
+/* The host's end of the command channel: a TCP connection, or a pty's master. */
 class Host {
   public:
+    /* Connects to 127.0.0.1:port, retrying while the daemon is not listening yet. */
     explicit Host(unsigned int port);
+    /* Uses an open descriptor (not owned). */
+    static Host on(int fd);
     ~Host();
+    Host(Host &&other) noexcept : fd_(other.fd_), owned_(other.owned_) { other.fd_ = -1; }
     bool connected() const { return fd_ >= 0; }
     void send(const std::string &bytes);
-    /* Reads until exactly count bytes have come (or kPatience passed). */
-    std::string read_exactly(size_t count);
-    /* Reads as many bytes as expected holds, to compare them with it. */
+    /* Reads until count bytes have come, the connection ends or quiet passes without a
+       byte. */
+    std::string read_until(size_t count, std::chrono::milliseconds quiet);
+    std::string read_exactly(size_t count) { return read_until(count, kPatience); }
     std::string read_like(const std::string &expected) { return read_exactly(expected.size()); }
-    /* Reads what arrives within quiet of the last byte (nothing more expected). */
-    std::string read_for(std::chrono::milliseconds quiet);
+    std::string read_for(std::chrono::milliseconds quiet) { return read_until(SIZE_MAX, quiet); }
     void close();
     int fd() const { return fd_; }
 
   private:
+    Host() = default;
     int fd_ = -1;
+    bool owned_ = true;
 };
 
-/* True when a TCP connection to 127.0.0.1:port is accepted by someone. */
+/* True when a TCP connection to 127.0.0.1:port is accepted (one try). */
 bool tcp_accepts(unsigned int port);
 /* True when something holds the UDP port on 127.0.0.1. */
 bool udp_bound(unsigned int port);
-/* Retries check until it holds or kPatience passed. */
-bool eventually(const std::function<bool()> &check);
-
-/* Sends a URC datagram to 127.0.0.1:port. */
 void send_urc(unsigned int port, const std::string &bytes);
 
 /* One control exchange: sends the raw bytes, returns everything the daemon wrote back
@@ -158,19 +161,8 @@ std::string control_exchange(const std::string &socket_path, const std::string &
 std::string packed_request(u_int16_t type, u_int16_t cmd, const char *arg0);
 /* Unpacks a reply; false when it does not unpack. */
 bool unpack_reply(const std::string &bytes, kervRequest_t *reply);
-
-/* What a command-line tool did: exit status and its two outputs. */
-struct ToolRun {
-    int status;
-    std::string out;
-    std::string err;
-};
-/* Runs path with args and this process's environment plus settings, to its end. */
-ToolRun run_tool(const TempDir &dir, const char *path, std::vector<std::string> args,
-                 const std::map<std::string, std::string> &settings);
-
-std::string read_file(const std::string &path);
-void write_file(const std::string &path, const std::string &content);
+/* An application request; the reply's argument 0, "" for no reply, "<bad reply>". */
+std::string app_request(const std::string &socket_path, u_int16_t cmd, const char *arg0 = nullptr);
 
 } // namespace e2e
 

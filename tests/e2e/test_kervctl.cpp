@@ -3,16 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#ifdef KERV_TEST_KERVCTL_PATH
-
 namespace e2e {
 namespace {
 
 struct Kervctl : testing::Test {
     void SetUp() override {
         options.store["KERV_URC_LISTEN_ENABLE"] = "1";
-        modem.answer("AT+CSQ", {"\r\n+CSQ: 17,99\r\n\r\nOK\r\n"});
-        modem.answer("AT+COPS", {"\r\n+CME ERROR: 30\r\n"});
+        modem.add_rule({"AT+CSQ", 0, "\r\n+CSQ: 17,99\r\n\r\nOK\r\n"});
+        modem.add_rule({"AT+COPS?", 0, "\r\n+CME ERROR: 30\r\n"});
         daemon = std::make_unique<Daemon>(dir, modem, options);
         ASSERT_TRUE(daemon->start()) << daemon->output();
         ASSERT_TRUE(eventually([&] { return udp_bound(daemon->urc_port()); }));
@@ -27,20 +25,17 @@ struct Kervctl : testing::Test {
 };
 
 TEST_F(Kervctl, ControlCommandsPrintTheDaemonsReply) {
-    struct ControlCase {
+    const struct {
         std::vector<std::string> args;
         int status;
         const char *out;
-    };
-    const ControlCase cases[] = {
+    } cases[] = {
         {{"hash", "+CSQ"}, 0, "hash_value1=[5071], hash_value2=[0]\n"},
-        {{"hash", "AT+RELAY=1"}, 0, "hash_value1=[37824199], hash_value2=[0]\n"},
         {{"hash", "AT"}, 1, "ERROR\n"},
         {{"reload"}, 0, "RELOAD...\n"},
         {{"frobnicate"}, 64, ""},
-        {{"hash"}, 64, ""},
     };
-    for (const ControlCase &c : cases) {
+    for (const auto &c : cases) {
         const ToolRun run = kervctl(c.args);
         EXPECT_EQ(run.status, c.status) << c.args[0] << ": " << run.err;
         EXPECT_EQ(run.out, c.out) << c.args[0];
@@ -51,7 +46,6 @@ TEST_F(Kervctl, AtPrintsEachAnswerAndFailsOnTheFirstFailingLine) {
     ToolRun run = kervctl({"at", "ATE1", "AT+CSQ"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.out, "ATE1\r\r\nOK\r\nAT+CSQ\r\r\n+CSQ: 17,99\r\n\r\nOK\r\n");
-
     run = kervctl({"at", "AT+COPS?", "ATE1"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.out, "AT+COPS?\r\r\n+CME ERROR: 30\r\n");
@@ -61,8 +55,7 @@ TEST_F(Kervctl, UrcReachesTheConnectedHost) {
     Host host(daemon->tcp_port());
     host.send("ATE1\r");
     ASSERT_EQ(host.read_like("ATE1\r\r\nOK\r\n"), "ATE1\r\r\nOK\r\n");
-    const ToolRun run = kervctl({"urc", "\r\n+CREG: 5\r\n"});
-    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(kervctl({"urc", "\r\n+CREG: 5\r\n"}).status, 0);
     EXPECT_EQ(host.read_like("\r\n+CREG: 5\r\n"), "\r\n+CREG: 5\r\n");
 }
 
@@ -72,7 +65,6 @@ TEST_F(Kervctl, StopClosesTheChannelAndLaterCommandsReportWhatFails) {
     EXPECT_EQ(kervctl({"at", "ATE1"}).status, 2);
     EXPECT_EQ(kervctl({"start"}).status, 0);
     EXPECT_EQ(kervctl({"hash", "+CSQ"}).status, 0);
-
     daemon->stop();
     const ToolRun run = kervctl({"hash", "+CSQ"});
     EXPECT_EQ(run.status, 2);
@@ -81,5 +73,3 @@ TEST_F(Kervctl, StopClosesTheChannelAndLaterCommandsReportWhatFails) {
 
 } // namespace
 } // namespace e2e
-
-#endif

@@ -1,74 +1,16 @@
 /*
- * Helpers for the tests that drive the AT engine and the modem-daemon clients: the
- * stand-in modem daemon's request checks, the two clients, and the engine writing to a
- * host connection.
+ * The engine writing to a host connection, for the unit tests that drive it directly.
  */
 #ifndef ENGINE_SUPPORT_H
 #define ENGINE_SUPPORT_H
 
 #include "engine_context.h"
 #include "engine_entry.h"
-#include "fake_modemd.h"
-#include "kerv_md_request.h"
-#include "modem_relay.h"
 #include "test_support.h"
 
 #include <sys/socket.h>
 
 namespace rmmi_test {
-
-/* The only request the modem daemon received since the last take: its fields and text. */
-inline void expect_one_request(FakeModemd &modemd, uint32_t token, uint32_t target,
-                               uint32_t request_id, const std::string &text) {
-    const std::vector<ModemRequest> requests = modemd.take_requests();
-    ASSERT_EQ(requests.size(), 1u);
-    const ModemRequest &request = requests[0];
-    EXPECT_EQ(request.datagram_size, 20 + text.size());
-    EXPECT_EQ(request.magic, 0x5498ACDEu);
-    EXPECT_EQ(request.token, token);
-    EXPECT_EQ(request.target, target);
-    EXPECT_EQ(request.request_id, request_id);
-    EXPECT_EQ(request.data_len, text.size());
-    EXPECT_EQ(request.data, text);
-}
-
-/* Requests this process sent through the two clients: relayed commands carry tokens from
-   1000 on, general requests from 2000 on. */
-inline kal_uint32 relays_sent = 0;
-inline kal_uint32 general_requests_sent = 0;
-
-struct ModemAnswer {
-    kal_uint32 result;
-    std::string out;
-    kal_uint32 length; /* as the relay reported it */
-};
-
-/* Relays command with an answer buffer of out_size characters. */
-inline ModemAnswer relay_command(kal_uint32 target, const std::string &command,
-                                 kal_uint32 out_size = 1007) {
-    char out[1008] = {};
-    kal_uint32 length = out_size;
-    std::string in = command;
-    const kal_uint32 result =
-        send_cmd_to_md(target, reinterpret_cast<kal_uint8 *>(in.data()), out, &length);
-    ++relays_sent;
-    return {result, out, length};
-}
-
-/* A general request with the given text; out is the status text in out_size bytes. */
-inline ModemAnswer general_request(kal_uint32 target, kal_uint32 request_id,
-                                   const std::string &text, unsigned int out_size = 128) {
-    kerv_md_request_t req = {};
-    req.target = target;
-    req.request_id = request_id;
-    req.data_len = 9999; /* never read: the length comes from the text */
-    memcpy(req.data, text.data(), text.size());
-    char out[128];
-    memset(out, '#', sizeof(out));
-    const int result = kerv_md_request(&req, out, out_size);
-    ++general_requests_sent;
-    return {static_cast<kal_uint32>(result), std::string(out, strnlen(out, sizeof(out))), 0};
-}
 
 /*
  * The engine as the daemon sets it up (verbose codes, 2G/3G modem, echo on), writing to

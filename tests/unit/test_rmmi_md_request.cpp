@@ -1,80 +1,87 @@
+/* The two modem-daemon clients' own parts: request numbering, the general request's
+   verdict and status texts. What a relayed answer becomes is in the transcripts. */
 #include "kerv_md_request.h"
+#include "modem_relay.h"
+#include "modemd_stub.h"
 
-#include "engine_support.h"
+#include "test_support.h"
 
 namespace {
 
-using rmmi_test::FakeModemd;
-using rmmi_test::ModemReply;
+using modemd_stub::Reply;
 
-using rmmi_test::general_request;
-using rmmi_test::general_requests_sent;
-
-TEST(ModemRequest, RequestCarriesItsOwnCounterTargetAndIdentifier) {
-    FakeModemd modemd;
-    const kal_uint32 token = 2000 + general_requests_sent;
-    const rmmi_test::ModemAnswer got =
-        general_request(MODEM_TARGET_LTE, MODEM_REQ_CREATE_APN, "1,IP,internet");
-    EXPECT_EQ(got.result, 0u);
-    EXPECT_EQ(got.out, "ok");
-    rmmi_test::expect_one_request(modemd, token, 1, 7, "1,IP,internet");
-    general_request(MODEM_TARGET_DAEMON, MODEM_REQ_GET_STATUS, "");
-    rmmi_test::expect_one_request(modemd, token + 1, MODEM_TARGET_DAEMON, MODEM_REQ_GET_STATUS, "");
-
-    /* A record text without a terminator is cut to 510 characters. */
-    kerv_md_request_t req;
-    memset(&req, 'a', sizeof(req));
-    req.target = MODEM_TARGET_MD;
-    req.request_id = MODEM_REQ_SEND_SMS;
-    char out[8];
-    EXPECT_EQ(kerv_md_request(&req, out, sizeof(out)), 0);
-    ++general_requests_sent;
-    rmmi_test::expect_one_request(modemd, token + 2, MODEM_TARGET_MD, MODEM_REQ_SEND_SMS,
-                                  std::string(510, 'a'));
+std::string general(uint32_t request_id, const char *text, int *result,
+                    unsigned int out_size = 64) {
+    kerv_md_request_t req = {};
+    req.target = MODEM_TARGET_LTE;
+    req.request_id = request_id;
+    req.data_len = 9999; /* never read: the length comes from the text */
+    strcpy(req.data, text);
+    char out[64];
+    memset(out, '#', sizeof(out));
+    *result = kerv_md_request(&req, out, out_size);
+    return std::string(out, strnlen(out, sizeof(out)));
 }
 
-TEST(ModemRequest, OnlyResultOkIsSuccess) {
+TEST(ModemClients, EachNumbersItsOwnRequestsAndSendsTheTextUpTo510Characters) {
+    modemd_stub::Stub modemd;
+    kal_uint8 command[] = "AT+CSQ\r";
+    char out[1008];
+    kal_uint32 length = 1007;
+    int result = 0;
+    send_cmd_to_md(MODEM_TARGET_MD, command, out, &length);
+    general(MODEM_REQ_CREATE_APN, "1,IP,internet", &result);
+    send_cmd_to_md(MODEM_TARGET_LTE, command, out, &length);
+    kerv_md_request_t unterminated;
+    memset(&unterminated, 'a', sizeof(unterminated));
+    unterminated.target = MODEM_TARGET_MD;
+    unterminated.request_id = MODEM_REQ_SEND_SMS;
+    EXPECT_EQ(kerv_md_request(&unterminated, out, sizeof(out)), 0);
+
+    /* token target request_id data_len datagram_size text */
+    std::vector<std::string> sent;
+    for (const modemd_stub::Request &request : modemd.take_requests())
+        sent.push_back(std::to_string(request.token) + " " + std::to_string(request.target) + " " +
+                       std::to_string(request.request_id) + " " + std::to_string(request.data_len) +
+                       " " + std::to_string(request.datagram_size) + " " + request.data);
+    EXPECT_EQ(sent,
+              (std::vector<std::string>{"1000 16 998 7 27 AT+CSQ\r", "2000 1 7 13 33 1,IP,internet",
+                                        "1001 1 998 7 27 AT+CSQ\r",
+                                        "2001 16 11 510 530 " + std::string(510, 'a')}));
+}
+
+TEST(ModemClients, GeneralRequestSucceedsOnlyOnResultOkAndAlwaysSaysWhy) {
     const struct {
-        const char *name;
-        ModemReply reply;
+        Reply reply;
         kal_uint32 modem_result;
         unsigned int out_size;
-        kal_uint32 result;
+        int result;
         std::string out;
     } cases[] = {
-        {"ok with text", ModemReply::text, MODEM_RET_OK, 128, 0, "ok"},
-        {"failure result despite text", ModemReply::text, MODEM_RET_QUERY_ERROR, 128, 1,
-         "error,7,response result code is error"},
-        {"large result", ModemReply::text, MODEM_RET_ERROR_OTHERS, 128, 1,
-         "error,9999,response result code is error"},
-        {"27 bytes", ModemReply::short27, 0, 128, 1,
-         "error,10003,can't receive the response. ret = 27"},
-        {"status cut to the caller's size", ModemReply::short27, 0, 6, 1, "error"},
-        {"ok cut to one byte", ModemReply::text, MODEM_RET_OK, 1, 0, ""},
+        {Reply::text, MODEM_RET_OK, 64, 0, "ok"},
+        {Reply::text, MODEM_RET_QUERY_ERROR, 64, 1, "error,7,response result code is error"},
+        {Reply::text, MODEM_RET_ERROR_OTHERS, 64, 1, "error,9999,response result code is error"},
+        {Reply::short27, 0, 64, 1, "error,10003,can't receive the response. ret = 27"},
+        {Reply::short27, 0, 6, 1, "error"},
+        {Reply::text, MODEM_RET_OK, 1, 0, ""},
+        {Reply::silent, 0, 64, 1, "error,10006,command timeout"},
     };
-    FakeModemd modemd;
+    modemd_stub::Stub modemd;
+    setenv("KERVD_MODEMD_WAIT_MS", "10", 1);
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
         modemd.answer(c.reply, "\r\nOK\r\n", c.modem_result);
-        const rmmi_test::ModemAnswer got =
-            general_request(MODEM_TARGET_MD, MODEM_REQ_GET_INFO, "", c.out_size);
-        EXPECT_EQ(got.result, c.result);
-        EXPECT_EQ(got.out, c.out);
+        int result = -2;
+        EXPECT_EQ(general(MODEM_REQ_GET_INFO, "", &result, c.out_size), c.out);
+        EXPECT_EQ(result, c.result) << c.out;
     }
-}
-
-TEST(ModemRequest, NoSocketIsMinusOneWithItsStatusText) {
-    kerv_md_request_t req = {};
-    req.request_id = MODEM_REQ_GET_STATUS;
-    char out[64] = {};
-    int result;
+    int result = 0;
+    std::string out;
     {
         rmmi_test::NoFreeDescriptors exhausted;
-        result = kerv_md_request(&req, out, sizeof(out));
+        out = general(MODEM_REQ_GET_STATUS, "", &result);
     }
-    ++general_requests_sent;
     EXPECT_EQ(result, -1);
-    EXPECT_STREQ(out, "error,10001,can't create the socket");
+    EXPECT_EQ(out, "error,10001,can't create the socket");
 }
 
 } // namespace

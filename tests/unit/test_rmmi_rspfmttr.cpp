@@ -60,7 +60,6 @@ TEST_F(ResultCodes, FormAndErrorReportModeDecideTheBytes) {
         {0, 7, RMMI_RCODE_OK, 1000, "\r\nOK\r\n"},
         {0, 0, RMMI_RCODE_OK, 1000, "\r\n0\r\n"},
         {0, 0, RMMI_RCODE_ERROR, 603, "\r\n3\r\n"},
-        {0, 0, RMMI_RCODE_BUSY, 0, "\r\n7\r\n"},
         {0, 0, 5, 0, ""},
         {1, 1, RMMI_RCODE_ERROR, 302, "\r\n+CME ERROR: 3\r\n"},
         {1, 0, RMMI_RCODE_ERROR, 10, "\r\n+CME ERROR: 10\r\n"},
@@ -76,15 +75,13 @@ TEST_F(ResultCodes, FormAndErrorReportModeDecideTheBytes) {
     }
 }
 
-TEST_F(ResultCodes, InsideAMultiCommandLineOkIsSilentAndErrorStopsTheLine) {
+TEST_F(ResultCodes, MultiCommandLinesAndTheFinalResponse) {
     context()->is_multi_cmd = 0xF1; /* only bit 0 counts */
     EXPECT_EQ(result(RMMI_RCODE_OK, 1000), "");
     EXPECT_EQ(context()->multi_cmd_error & 1, 0);
     EXPECT_EQ(result(RMMI_RCODE_ERROR, 603), "\r\nERROR\r\n");
     EXPECT_EQ(context()->multi_cmd_error & 1, 1);
-}
-
-TEST_F(ResultCodes, FinalResponseRepeatsTheLastErrorCause) {
+    context()->is_multi_cmd = 0;
     context()->error_report_mode = RMMI_NUMERIC_ERROR;
     EXPECT_EQ(result(RMMI_RCODE_ERROR, 603), "\r\n+CME ERROR: 603\r\n");
     rmmi_final_rsp_generator(KAL_FALSE, nullptr, 0);
