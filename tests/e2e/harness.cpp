@@ -226,8 +226,6 @@ bool Daemon::start() {
         {"KERVD_PID_FILE", pid_path_},
         {"KERVD_PLUGIN_DIR", options_.plugin_dir},
         {"KERVD_MODEMD_PORT", std::to_string(modem_port_)},
-        {"KERVD_MODEMD_WAIT_MS", "10"},
-        {"KERVD_CONTROL_TIMEOUT_MS", "200"},
         {"KERVD_SERIAL_DEVICE",
          options_.serial_device.empty() ? dir_.file("no-serial") : options_.serial_device},
     };

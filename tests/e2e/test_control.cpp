@@ -14,6 +14,7 @@ const std::string kEchoOn = "ATE1\r\r\nOK\r\n";
 struct Control : testing::Test {
     void SetUp() override {
         options.store["KERV_URC_LISTEN_ENABLE"] = "1";
+        setenv("KERVD_CONTROL_TIMEOUT_MS", "200", 1); /* a silent client is dropped soon */
         daemon = std::make_unique<Daemon>(dir, modem, options);
         ASSERT_TRUE(daemon->start()) << daemon->output();
     }

@@ -71,6 +71,8 @@
 < \r\nOK\r\n
 
 # Internal rows match by name hash, whatever follows the letter; other names are relayed.
+> ATEA\r
+< \r\nERROR\r\n
 > AT RELAY\r
 < \r\nOK\r\n
 > AT^RELAY\r
