@@ -77,8 +77,9 @@ fuzz:
 
 # The real kervd for SOAK_SECONDS (default 180) under churn, floods, stalls, garbage and a
 # faulty modem daemon; fails on a crash, a lost or misplaced answer, or growth.
+SOAK_SECONDS ?= 180
 soak: build
-	SOAK_SECONDS=$(or $(SOAK_SECONDS),180) bench/soak/run.sh $(BUILD)
+	SOAK_SECONDS=$(SOAK_SECONDS) bench/soak/run.sh $(BUILD)
 
 bench-load: ; BUILD=$(abspath $(BUILD)) bench/load/run.sh
 

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Runs fuzz targets of the libFuzzer build one after another, FUZZ_SECONDS each (default
 # 60), each on a working corpus under <build>/fuzz-corpus/<target> that starts from the
-# seeds in fuzz/corpus/<target>. Prints one line of figures per target; a fault stops the
-# run, with the input that caused it under <build>/fuzz-artifacts/<target>/.
+# seeds in fuzz/corpus/<target>, with fuzz/<target>.dict when there is one. Prints one line
+# of figures per target; a fault stops the run, with the input that caused it under
+# <build>/fuzz-artifacts/<target>/.
 # Usage: fuzz/run.sh <build-fuzz folder> <target>...
 set -euo pipefail
 build=$(cd "$1" && pwd)
@@ -27,9 +28,11 @@ for target in "$@"; do
     artifacts=$build/fuzz-artifacts/$target/
     log=$build/fuzz-logs/$target.log
     mkdir -p "$work" "$artifacts" "$(dirname "$log")"
+    dict=()
+    [ -f "$seeds/../$target.dict" ] && dict=(-dict="$seeds/../$target.dict")
     status=0
     "$build/fuzz/$target" -max_total_time="$seconds" -max_len="$(max_len "$target")" \
-        -print_final_stats=1 -close_fd_mask=1 -artifact_prefix="$artifacts" \
+        -print_final_stats=1 -close_fd_mask=1 -artifact_prefix="$artifacts" "${dict[@]}" \
         "$work" "$seeds/$target" >"$log" 2>&1 || status=$?
     execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
     rate=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log")
