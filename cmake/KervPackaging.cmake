@@ -33,6 +33,9 @@ if(NOT kerv_deb_arch AND NOT CMAKE_CROSSCOMPILING)
     OUTPUT_VARIABLE kerv_deb_arch OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 endif()
 
+# Packaging takes what the build made: cpack (also inside the package test) installs
+# without building again; `make package` builds first.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kervd)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
