@@ -469,15 +469,17 @@ std::string gen_hash_request() {
 
 /* Hosts come and go: most read their answers, some leave before reading any. */
 void host_churn(Setup &s, Clock::time_point until) {
-    while (phase_goes_on(until)) {
+    int hosts = 0, left_early = 0;
+    for (; phase_goes_on(until); ++hosts) {
         Host host(s.tcp_port);
         if (host.fd < 0 || !host.sync(true))
             return;
-        if (rng() % 4 == 0)
+        if (rng() % 4 == 0 && ++left_early)
             send_all(host.fd, "AT+SOAK=1\rAT+SOAK=2\rAT+SOAK=3\r"); /* and leave */
         else
             host.run_commands("host churn", 1 + static_cast<int>(rng() % 8));
     }
+    printf("  %d hosts, %d of them left before reading\n", hosts, left_early);
 }
 
 /* URCs as fast as they can be sent while a host runs commands: each must arrive whole and
@@ -509,7 +511,8 @@ void urc_flood(Setup &s, Clock::time_point until) {
    a silent control client holds the others back no longer than the control time-out. */
 void garbage_and_silence(Setup &s, Clock::time_point until) {
     const std::string hash_reply = control_exchange(gen_hash_request());
-    while (phase_goes_on(until)) {
+    int rounds = 0;
+    for (; phase_goes_on(until); ++rounds) {
         {
             Host noisy(s.tcp_port);
             send_all(noisy.fd, random_bytes(rng() % 3 == 0 ? 5000 : 300) + (rng() % 2 ? "\r" : ""));
@@ -532,6 +535,7 @@ void garbage_and_silence(Setup &s, Clock::time_point until) {
         close(silent);
         served(s, "host after garbage");
     }
+    printf("  %d rounds of garbage on every socket and a silent control client\n", rounds);
 }
 
 /* Each fault is followed by a numbered command whose answer must come whole, right after
