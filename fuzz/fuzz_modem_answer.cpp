@@ -91,8 +91,10 @@ void check_general_request(const std::string &datagram, size_t room) {
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    /* Every request is answered; should one not be, a wait is over in a millisecond. */
-    setenv("KERVD_MODEMD_WAIT_MS", "1", 1);
+    /* Every request is answered, but on a loaded machine the stand-in's thread may take a
+       while: 60 waits of 50 ms leave it three seconds before an answer counts as missing
+       (and the next exchange would take the missing one's answer). */
+    setenv("KERVD_MODEMD_WAIT_MS", "50", 1);
     modemd = new modemd_stub::Stub; /* lives as long as the process; publishes its port */
     return modemd->bound() ? 0 : 1;
 }

@@ -10,6 +10,7 @@
 #include "request.h"
 
 #include <arpa/inet.h>
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -442,18 +443,9 @@ bool served(const Setup &s, const std::string &check) {
     return host.run_commands(check, 1);
 }
 
-int control_connect(const Setup &s) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    snprintf(address.sun_path, sizeof(address.sun_path), "%s/kerv.socket", s.dir.c_str());
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
-    return fd;
-}
-
 /* Sends bytes on a control connection; all the daemon wrote back before it closed. */
-std::string control_exchange(const Setup &s, const std::string &bytes) {
-    const int fd = control_connect(s);
+std::string control_exchange(const std::string &bytes) {
+    const int fd = kerv_connect_request();
     send_all(fd, bytes);
     std::string reply;
     const auto deadline = Clock::now() + kPatience;
@@ -477,15 +469,17 @@ std::string gen_hash_request() {
 
 /* Hosts come and go: most read their answers, some leave before reading any. */
 void host_churn(Setup &s, Clock::time_point until) {
-    while (phase_goes_on(until)) {
+    int hosts = 0, left_early = 0;
+    for (; phase_goes_on(until); ++hosts) {
         Host host(s.tcp_port);
         if (host.fd < 0 || !host.sync(true))
             return;
-        if (rng() % 4 == 0)
+        if (rng() % 4 == 0 && ++left_early)
             send_all(host.fd, "AT+SOAK=1\rAT+SOAK=2\rAT+SOAK=3\r"); /* and leave */
         else
             host.run_commands("host churn", 1 + static_cast<int>(rng() % 8));
     }
+    printf("  %d hosts, %d of them left before reading\n", hosts, left_early);
 }
 
 /* URCs as fast as they can be sent while a host runs commands: each must arrive whole and
@@ -516,8 +510,9 @@ void urc_flood(Setup &s, Clock::time_point until) {
    connect and say nothing: the next host and control client get their exact answers, and
    a silent control client holds the others back no longer than the control time-out. */
 void garbage_and_silence(Setup &s, Clock::time_point until) {
-    const std::string hash_reply = control_exchange(s, gen_hash_request());
-    while (phase_goes_on(until)) {
+    const std::string hash_reply = control_exchange(gen_hash_request());
+    int rounds = 0;
+    for (; phase_goes_on(until); ++rounds) {
         {
             Host noisy(s.tcp_port);
             send_all(noisy.fd, random_bytes(rng() % 3 == 0 ? 5000 : 300) + (rng() % 2 ? "\r" : ""));
@@ -528,11 +523,11 @@ void garbage_and_silence(Setup &s, Clock::time_point until) {
             send_datagram(s.urc_port, random_bytes(rng() % 8 == 0 ? 60000 : 1500));
         std::this_thread::sleep_for(100ms);
         const std::string record = gen_hash_request();
-        control_exchange(s, rng() % 2 ? record.substr(0, rng() % record.size()) + random_bytes(200)
-                                      : random_bytes(3000));
-        const int silent = control_connect(s);
+        control_exchange(rng() % 2 ? record.substr(0, rng() % record.size()) + random_bytes(200)
+                                   : random_bytes(3000));
+        const int silent = kerv_connect_request();
         const auto begun = Clock::now();
-        const bool same = control_exchange(s, gen_hash_request()) == hash_reply;
+        const bool same = control_exchange(gen_hash_request()) == hash_reply;
         if (!same || ms_since(begun) > kControlTimeoutMs + 1000)
             fail("control client behind a silent one [hardening]",
                  (same ? "answered after " : "answered wrongly after ") +
@@ -540,6 +535,7 @@ void garbage_and_silence(Setup &s, Clock::time_point until) {
         close(silent);
         served(s, "host after garbage");
     }
+    printf("  %d rounds of garbage on every socket and a silent control client\n", rounds);
 }
 
 /* Each fault is followed by a numbered command whose answer must come whole, right after
@@ -565,19 +561,22 @@ void modem_faults(Setup &s, Clock::time_point until) {
 /* A host that stops reading while big answers pile up: after the stall time the daemon
    lets it go and serves the next host; its queued lines must not grow the daemon. */
 void stalled_host(Setup &s, Clock::time_point until) {
-    while (phase_goes_on(until)) {
+    int stalls = 0;
+    long long longest_ms = 0;
+    for (; phase_goes_on(until); ++stalls) {
         Host stalled(s.tcp_port, 4096);
         if (!stalled.sync())
             return fail("stalled host", "host not served");
         fcntl(stalled.fd, F_SETFL, O_NONBLOCK);
-        int queued = 0;
-        while (queued < 6000 && send(stalled.fd, "AT+BIG\r", 7, MSG_NOSIGNAL) == 7)
-            ++queued;
+        for (int queued = 0; queued < 6000; ++queued)
+            if (send(stalled.fd, "AT+BIG\r", 7, MSG_NOSIGNAL) != 7)
+                break;
         const auto begun = Clock::now();
-        const bool next = served(s, "next host served while one stalls [hardening]");
-        printf("  stalled host: %d lines sent, next host %s after %lld ms\n", queued,
-               next ? "served" : "NOT served", ms_since(begun));
+        served(s, "next host served while one stalls [hardening]");
+        longest_ms = std::max(longest_ms, ms_since(begun));
     }
+    printf("  %d stalled hosts; the next host was served after at most %lld ms\n", stalls,
+           longest_ms);
 }
 
 struct Phase {
@@ -604,6 +603,7 @@ int main(int argc, char **argv) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     signal(SIGPIPE, SIG_IGN);
     Setup s{argv[1], argv[2], argv[3]};
+    setenv(KERV_CONTROL_SOCKET_ENV, (s.dir + "/kerv.socket").c_str(), 1);
     if (!start_modemd_sim(s) || !start_kervd(s)) {
         fail("start", "kervd or modemd-sim did not start, see " + s.dir);
         stop_all(s);
@@ -612,7 +612,7 @@ int main(int argc, char **argv) {
     /* One of everything first, so that what is set up once does not count as growth. */
     served(s, "warm-up");
     send_datagram(s.urc_port, "\r\n+URC: warm-up\r\n");
-    control_exchange(s, gen_hash_request());
+    control_exchange(gen_hash_request());
     const Usage before = settled_usage(s, "before");
 
     for (const Phase &phase : kPhases) {
@@ -625,6 +625,8 @@ int main(int argc, char **argv) {
             fail("crash", std::string("kervd died during ") + phase.name);
             break;
         }
+        const Usage now = usage_of(s.daemon);
+        printf("  now: fds %d, rss %ld kB\n", now.fds, now.rss_kb);
     }
     const Usage after = settled_usage(s, "after");
     if (after.fds > before.fds)
