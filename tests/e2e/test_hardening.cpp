@@ -120,7 +120,7 @@ TEST_F(Hardening, HostThatResumesReadingInTimeLosesNothing) {
     auto host = answered_host();
     constexpr int kLines = 6000; /* more answers than the connection holds */
     std::thread sender = flood(host.get(), kLines);
-    EXPECT_TRUE(eventually([&] { return worker_waits(); }));
+    EXPECT_TRUE(eventually([&] { return worker_waits(); }, 6 * kPatience)); /* see above */
     std::string expected;
     for (int i = 0; i < kLines; i++)
         expected += kLongAnswer;
@@ -156,7 +156,7 @@ TEST_F(Hardening, ReloadsBeyondTheBoundAreRefusedAtOnceWhileTheWorkerIsBusy) {
     start();
     auto stalled = answered_host();
     std::thread sender = flood(stalled.get(), 20000); /* holds the worker */
-    EXPECT_TRUE(eventually([&] { return worker_waits(); }));
+    EXPECT_TRUE(eventually([&] { return worker_waits(); }, 6 * kPatience)); /* see above */
     const std::string reload =
         packed_request(KERV_REQUEST_TYPE_APP, KERV_REQUEST_CMD_RELOAD, nullptr);
     std::vector<int> held;
