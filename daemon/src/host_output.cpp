@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <termios.h>
 
@@ -13,6 +14,22 @@ namespace {
 
 /* The host connection cut off for not reading, until the worker closes it. Worker only. */
 int cut_off_fd = -1;
+/* The host whose output is backed up, and since when. Worker only. */
+int backed_up_fd = -1;
+long long backed_up_since = 0;
+
+/* The host has taken most of what waited for it: under a quarter of its send buffer (all
+   of it, for the serial device) is still queued. */
+bool drained(int fd) {
+    int queued = 0;
+    if (ioctl(fd, TIOCOUTQ, &queued) < 0)
+        return true;
+    int buffer_size = 0;
+    socklen_t size_len = sizeof(buffer_size);
+    if (getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer_size, &size_len) < 0)
+        return queued == 0;
+    return queued < buffer_size / 4;
+}
 
 /* Gives up on a host that took nothing for the stall time. */
 void give_up(int fd, int stall_ms) {
@@ -39,19 +56,22 @@ void kerv_write_all(int fd, const void *buf, size_t len) {
 }
 
 /*
- * One write hands over one answer or URC, about a kilobyte at most. A host that has not
- * taken it within the stall time is given up: counting any byte taken as progress would
- * not do, since a peer that reads nothing still lets a few bytes in now and then while
- * the kernel compacts its buffers, and would hold the worker for many times the stall.
- * A TCP host's socket carries a send time-out of the stall time, so a blocked write
- * returns by then; the serial device is non-blocking and its writes wait in poll.
+ * A host whose output has stayed backed up for the stall time is given up. Backed up: a
+ * write could not hand over all it had. The clock starts at the first such write and runs
+ * across answers; it stops only once the host has drained most of what waits for it, which a
+ * host that reads does at once. Counting every byte taken as progress would not do: a peer
+ * that reads nothing still lets a few bytes in now and then while the kernel compacts its
+ * receive buffer, enough to finish an answer every second or so for minutes.
+ * A TCP host's socket carries a send time-out of the stall time, so a blocked write returns
+ * by then; the serial device is non-blocking and its writes wait in poll.
  */
 void kerv_host_write(int fd, const void *buf, size_t len) {
     if (fd == cut_off_fd)
         return;
     static const int stall_ms = kerv_host_stall_ms();
+    if (fd != backed_up_fd)
+        backed_up_fd = -1;
     const char *next = static_cast<const char *>(buf);
-    const long long started = kerv_now_ms();
     while (len > 0) {
         const ssize_t written = kerv_safe_write(fd, next, len);
         if (written > 0) {
@@ -60,8 +80,15 @@ void kerv_host_write(int fd, const void *buf, size_t len) {
         } else if (written == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
             return;
         }
-        const long long waited = kerv_now_ms() - started;
-        if (len > 0 && waited >= stall_ms) {
+        if (len == 0)
+            break;
+        const long long now = kerv_now_ms();
+        if (backed_up_fd != fd) {
+            backed_up_fd = fd;
+            backed_up_since = now;
+        }
+        const long long waited = now - backed_up_since;
+        if (waited >= stall_ms) {
             give_up(fd, stall_ms);
             return;
         }
@@ -70,6 +97,8 @@ void kerv_host_write(int fd, const void *buf, size_t len) {
             poll(&room, 1, static_cast<int>(stall_ms - waited));
         }
     }
+    if (backed_up_fd == fd && drained(fd))
+        backed_up_fd = -1;
 }
 
 bool kerv_host_cut_off(int fd) {
@@ -79,4 +108,6 @@ bool kerv_host_cut_off(int fd) {
 void kerv_host_forget(int fd) {
     if (fd == cut_off_fd)
         cut_off_fd = -1;
+    if (fd == backed_up_fd)
+        backed_up_fd = -1;
 }
