@@ -71,11 +71,22 @@ std::vector<char *> pointers_to(std::vector<std::string> &texts) {
 }
 
 /* A process that is gone or only waits to be reaped by its parent has ended. */
-bool process_running(pid_t pid) {
-    const std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
+bool thread_running(const std::string &stat_path) {
+    const std::string stat = read_file(stat_path);
     const size_t state_at = stat.rfind(')');
     return state_at != std::string::npos && state_at + 2 < stat.size() &&
            stat[state_at + 2] != 'Z' && stat[state_at + 2] != 'X';
+}
+
+/* The main thread of a dying daemon is a zombie while its other threads still hold every
+   descriptor (the control socket among them): running until the last thread has gone. */
+bool process_running(pid_t pid) {
+    std::error_code error;
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    for (const auto &task : std::filesystem::directory_iterator(tasks, error))
+        if (thread_running(task.path().string() + "/stat"))
+            return true;
+    return false;
 }
 
 } // namespace
