@@ -9,6 +9,7 @@
 #include "plugin_loader.h"
 #include "engine_context.h"
 #include "host_output.h"
+#include "footprint.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -47,5 +48,6 @@ int main(int, char **) {
     }
     config_libdir();
     kerv_start_threads(reqfd);
+    kerv_release_start_up_pages();
     kerv_control_loop(reqfd);
 }
