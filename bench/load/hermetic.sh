@@ -31,13 +31,9 @@ declare -A kervd_pid=() # kervd instance name -> pid (kervd forks away from this
 declare -A target=()
 pin=() # command prefix of every process started: (taskset -c 0) for the pinned runs
 
+# The daemons go first, while their pty and modemd-sim are still there.
 stop_all() {
   local pid name
-  for pid in "${child_pids[@]}"; do
-    kill "$pid" 2>/dev/null || true
-    wait "$pid" 2>/dev/null || true
-  done
-  child_pids=()
   for name in "${!kervd_pid[@]}"; do
     pid=${kervd_pid[$name]}
     kill "$pid" 2>/dev/null || true
@@ -48,6 +44,11 @@ stop_all() {
     kill -KILL "$pid" 2>/dev/null || true
   done
   kervd_pid=()
+  for pid in "${child_pids[@]}"; do
+    kill "$pid" 2>/dev/null || true
+    wait "$pid" 2>/dev/null || true
+  done
+  child_pids=()
   target=()
 }
 trap 'stop_all; rm -rf "$work"' EXIT
@@ -120,8 +121,11 @@ start_kervd() {
   local name=$1 channel=$2 kerv_port urc_port listen_type=0 pid= device
   kerv_port=$("$client" --pick-port tcp)
   urc_port=$("$client" --pick-port udp)
-  mkdir -p "$work/plugins"
-  [ -f "$example_plugin" ] && cp "$example_plugin" "$work/plugins/"
+  # Copied once: a plug-in rewritten in place under a daemon that has it loaded kills it.
+  if [ ! -d "$work/plugins" ]; then
+    mkdir "$work/plugins"
+    [ -f "$example_plugin" ] && cp "$example_plugin" "$work/plugins/"
+  fi
   if [ "$channel" = serial ]; then
     listen_type=1
     start_pty "$name"

@@ -91,7 +91,7 @@ run_mode() {
         IFS='|' read -r name server line base <<<"$entry"
         key=$mode,$in_flight,$name
         if out=$("${pin[@]}" "$client" ${target[$server]} --line "$line" --inflight "$in_flight" \
-          --seconds "$seconds" --warmup 0.2 --samples "$work/$mode-$in_flight-$name.bin" 2>&1); then
+          --seconds "$seconds" --warmup 0.1 --samples "$work/$mode-$in_flight-$name.bin" 2>&1); then
           answers_per_s=${out##*rate=}
           rate[$key]="${rate[$key]:-} ${answers_per_s%% *}"
           case $out in *"errors=0 "*) ;; *) failed[$key]="answered with errors: $out" ;; esac
