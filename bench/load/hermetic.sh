@@ -27,6 +27,7 @@ example_plugin=$build/plugins/libcgdcont.so
 work=$(mktemp -d /tmp/kerv-load.XXXXXX)
 child_pids=()
 declare -A kervd_pid=() # kervd instance name -> pid (kervd forks away from this shell)
+declare -A server_pid=() # every server (kervd, baselines, modemd-sim) by name
 # How the load client reaches each server: "--port N" or "--pty SOCKPATH".
 declare -A target=()
 pin=() # command prefix of every process started: (taskset -c 0) for the pinned runs
@@ -44,6 +45,7 @@ stop_all() {
     kill -KILL "$pid" 2>/dev/null || true
   done
   kervd_pid=()
+  server_pid=()
   for pid in "${child_pids[@]}"; do
     kill "$pid" 2>/dev/null || true
     wait "$pid" 2>/dev/null || true
@@ -77,6 +79,7 @@ start_port_server() {
   shift
   "${pin[@]}" "$@" >"$work/$name.log" 2>&1 &
   child_pids+=($!)
+  server_pid[$name]=$!
   port=$(first_line_of "$work/$name.log")
   target[$name]="--port ${port##*[!0-9]}"
 }
@@ -99,6 +102,7 @@ start_serial_server() {
   start_pty "$name"
   "${pin[@]}" "$@" --serial "$work/$name.tty" >"$work/$name.log" 2>&1 &
   child_pids+=($!)
+  server_pid[$name]=$!
 }
 
 start_modemd() {
@@ -150,6 +154,7 @@ EOF
   done
   [ -n "$pid" ] || die "kervd wrote no pid file"
   kervd_pid[$name]=$pid
+  server_pid[$name]=$pid
   # Idle means every thread has started (main, channel server, worker, URC receiver), and
   # on the serial channel the device is open: lines written before would be flushed.
   for _ in $(seq 100); do
@@ -179,4 +184,9 @@ memory_of() {
 switches_of() {
   cat "/proc/$1/task/"*/status 2>/dev/null |
     awk '/^(voluntary|nonvoluntary)_ctxt_switches:/ { n += $2 } END { print n + 0 }'
+}
+
+# cpu_ns_of PID: CPU time of all its threads so far, in ns.
+cpu_ns_of() {
+  cat "/proc/$1/task/"*/schedstat 2>/dev/null | awk '{ n += $1 } END { printf "%.0f\n", n }'
 }

@@ -8,9 +8,9 @@
  *
  *   kerv-load-client --port N|--pty SOCKPATH --line TEXT [--inflight K] [--seconds S]
  *                    [--warmup S] [--samples FILE]
- *       one case; prints "answers=.. errors=.. rate=.. p50_us=.. p99_us=.. max_us=..",
- *       appends the round trips (ns) to FILE when given; --pty takes the pty from
- *       kerv-load-pty
+ *       one case; prints "answers=.. warmup_answers=.. errors=.. rate=.. p50_us=..
+ *       p99_us=.. max_us=.." (answers: those measured, after the warm-up), appends their
+ *       round trips (ns) to FILE when given; --pty takes the pty from kerv-load-pty
  *   kerv-load-client --report FILE     p50/p99/max over every sample stored in FILE
  *   kerv-load-client --pick-port tcp|udp    prints a loopback port that is free now
  */
@@ -148,10 +148,13 @@ static uint64_t take_oldest(flight_ring_t *ring) {
     return sent_at;
 }
 
-static int print_case(const std::vector<uint32_t> &recorded, int errors, double measured_s) {
+static int print_case(const std::vector<uint32_t> &recorded, long warmup_answers, int errors,
+                      double measured_s) {
     latency_figures_t figures = latency_figures(recorded);
-    printf("answers=%zu errors=%d rate=%.0f p50_us=%.1f p99_us=%.1f max_us=%.1f\n", recorded.size(),
-           errors, measured_s > 0 ? (double)recorded.size() / measured_s : 0.0, figures.p50_us,
+    printf("answers=%zu warmup_answers=%ld errors=%d rate=%.0f p50_us=%.1f p99_us=%.1f "
+           "max_us=%.1f\n",
+           recorded.size(), warmup_answers, errors,
+           measured_s > 0 ? (double)recorded.size() / measured_s : 0.0, figures.p50_us,
            figures.p99_us, figures.max_us);
     return 0;
 }
@@ -170,6 +173,7 @@ static int run_case(const load_options_t *opt) {
     kervctl_answer_reset(&scan);
     std::vector<uint32_t> recorded;
     recorded.reserve(1 << 18);
+    long warmup_answers = 0;
     int errors = 0;
     uint64_t measure_from = now_ns() + (uint64_t)(opt->warmup * 1e9);
     uint64_t measure_until = measure_from + (uint64_t)(opt->seconds * 1e9);
@@ -202,6 +206,8 @@ static int run_case(const load_options_t *opt) {
             if (sent_at >= measure_from) {
                 recorded.push_back((uint32_t)(arrived - sent_at));
                 last_answer = arrived;
+            } else {
+                warmup_answers++;
             }
             if (arrived < measure_until)
                 sent = send_line(fd, line_cr, line_len, &ring);
@@ -217,7 +223,7 @@ static int run_case(const load_options_t *opt) {
         fprintf(stderr, "load client: cannot write %s\n", opt->samples_path);
         return 1;
     }
-    return print_case(recorded, errors, (double)(last_answer - measure_from) / 1e9);
+    return print_case(recorded, warmup_answers, errors, (double)(last_answer - measure_from) / 1e9);
 }
 
 static int report(const char *path) {

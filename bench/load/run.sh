@@ -44,7 +44,7 @@ declare -A label=(
   [ptyrelay]="pty relay baseline, AT+CSQ"
   [serialrelayed]="kervd serial AT+CSQ (relayed)"
 )
-declare -A p50=() p99=() max=() rate=() memory=() wakeups=() failed=()
+declare -A p50=() p99=() max=() rate=() cpu_ns=() cpu_answers=() memory=() wakeups=() failed=()
 
 start_servers() {
   start_modemd
@@ -90,10 +90,13 @@ run_mode() {
       for entry in "${cases[@]}"; do
         IFS='|' read -r name server line base <<<"$entry"
         key=$mode,$in_flight,$name
+        cpu_before=$(cpu_ns_of "${server_pid[$server]}")
         if out=$("${pin[@]}" "$client" ${target[$server]} --line "$line" --inflight "$in_flight" \
           --seconds "$seconds" --warmup 0.1 --samples "$work/$mode-$in_flight-$name.bin" 2>&1); then
-          answers_per_s=${out##*rate=}
-          rate[$key]="${rate[$key]:-} ${answers_per_s%% *}"
+          cpu_ns[$key]=$((${cpu_ns[$key]:-0} + $(cpu_ns_of "${server_pid[$server]}") - cpu_before))
+          read -r answers warmup_answers _ answers_per_s _ <<<"$(sed 's/[a-z_0-9]*=//g' <<<"$out")"
+          cpu_answers[$key]=$((${cpu_answers[$key]:-0} + answers + warmup_answers))
+          rate[$key]="${rate[$key]:-} $answers_per_s"
           case $out in *"errors=0 "*) ;; *) failed[$key]="answered with errors: $out" ;; esac
         else
           failed[$key]=$out
@@ -121,6 +124,12 @@ ratio() {
   awk -v a="$1" -v b="$2" 'BEGIN { if (a == "-" || b == "-" || b == 0) print "-"; else printf "%.2f", a / b }'
 }
 
+# cpu_us KEY: the server's CPU time per command of the case (all its threads; the kernel's
+# work for the pty is in no process's figure).
+cpu_us() {
+  awk -v ns="${cpu_ns[$1]:-0}" -v n="${cpu_answers[$1]:-0}" 'BEGIN { if (n) printf "%.1f", ns / n / 1000; else print "-" }'
+}
+
 mean_rate() {
   awk '{ for (i = 1; i <= NF; i++) { sum += $i; n++ } } END { if (n) printf "%.0f", sum / n; else print "-" }' <<<"$1"
 }
@@ -128,9 +137,10 @@ mean_rate() {
 echo
 echo "kervd load benchmark, $(date -u '+%Y-%m-%d %H:%M UTC'), $(grep -m 1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(nproc) CPUs"
 echo "load average before the run: $load_before (other work on this machine shows up in p99)"
-echo "$rounds rounds x $seconds s per case; round trip = write of the line to the end of its final result code"
-printf '\n%-9s %-9s %-30s %9s %9s %9s %10s %8s %8s\n' mode in-flight case p50_us p99_us max_us \
-  answers/s p50_ratio p99_ratio
+echo "$rounds rounds x $seconds s per case; round trip = write of the line to the end of its final result code;"
+echo "cpu_us = CPU time of the server (all threads) per command"
+printf '\n%-9s %-9s %-30s %9s %9s %9s %10s %7s %8s %8s %8s\n' mode in-flight case p50_us p99_us \
+  max_us answers/s cpu_us p50_ratio p99_ratio cpu_ratio
 for mode in $modes; do
   for in_flight in 1 8; do
     for entry in "${cases[@]}"; do
@@ -140,13 +150,15 @@ for mode in $modes; do
     for entry in "${cases[@]}"; do
       IFS='|' read -r name server line base <<<"$entry"
       key=$mode,$in_flight,$name
-      r50="" r99=""
+      r50="" r99="" rcpu=""
       if [ -n "$base" ]; then
         r50=$(ratio "${p50[$key]}" "${p50[$mode,$in_flight,$base]}")
         r99=$(ratio "${p99[$key]}" "${p99[$mode,$in_flight,$base]}")
+        rcpu=$(ratio "$(cpu_us "$key")" "$(cpu_us "$mode,$in_flight,$base")")
       fi
-      printf '%-9s %-9s %-30s %9s %9s %9s %10s %8s %8s\n' "$mode" "$in_flight" "${label[$name]}" \
-        "${p50[$key]}" "${p99[$key]}" "${max[$key]}" "$(mean_rate "${rate[$key]:-}")" "$r50" "$r99"
+      printf '%-9s %-9s %-30s %9s %9s %9s %10s %7s %8s %8s %8s\n' "$mode" "$in_flight" \
+        "${label[$name]}" "${p50[$key]}" "${p99[$key]}" "${max[$key]}" \
+        "$(mean_rate "${rate[$key]:-}")" "$(cpu_us "$key")" "$r50" "$r99" "$rcpu"
     done
   done
 done
