@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <termios.h>
@@ -27,6 +28,31 @@ kal_uint32 kervInfoCnt = 0;
 
 /* Stop line: [0] for kerv_deinit (main thread), [1] for the channel server thread. */
 int stopLine[2] = {-1, -1};
+
+/*
+ * The channel server thread waits for a TCP host's next line in a blocking read, not in
+ * poll, so that a line costs one system call to take in. A STOP wakes that read by shutting
+ * down the connection's reading side, and the thread then sees stop_asked. The connection
+ * is named in wakeable_host_fd while the server thread reads it; HostHandOver keeps the
+ * number from being handed to the worker (which closes it, after which it may name another
+ * descriptor) while a STOP is shutting it down.
+ */
+std::atomic<bool> stop_asked{false};
+pthread_mutex_t HostHandOver = PTHREAD_MUTEX_INITIALIZER;
+int wakeable_host_fd = -1;
+
+struct HandOverLock {
+    HandOverLock() { pthread_mutex_lock(&HostHandOver); }
+    ~HandOverLock() { pthread_mutex_unlock(&HostHandOver); }
+    HandOverLock(const HandOverLock &) = delete;
+    HandOverLock &operator=(const HandOverLock &) = delete;
+};
+
+void wake_blocked_host_read() {
+    HandOverLock lock;
+    if (wakeable_host_fd > 0)
+        shutdown(wakeable_host_fd, SHUT_RD);
+}
 
 void print_lookup(const char *key, unsigned long value) {
     KERV_DBG("%s is [%d]", key, static_cast<int>(value));
@@ -307,6 +333,8 @@ kal_int32 kerv_init() {
 }
 
 void kerv_deinit() {
+    stop_asked.store(true);
+    wake_blocked_host_read();
     /* Fails once the server thread has ended: then the channel is already closed. */
     const char stop = 1;
     send(stopLine[0], &stop, sizeof(stop), MSG_NOSIGNAL);
@@ -356,13 +384,21 @@ int kerv_host_fd(kervInfo_t *kerv) {
 
 void kerv_set_host_fd(kervInfo_t *kerv, int fd) {
     std::atomic_ref<int>(kerv->new_fd).store(fd);
+    if (kerv->channel == KERV_CHANNEL_SOCKET) {
+        HandOverLock lock;
+        wakeable_host_fd = fd;
+    }
+}
+
+kal_bool kerv_stop_asked() {
+    return stop_asked.load() ? KAL_TRUE : KAL_FALSE;
 }
 
 /* The host connection goes to the worker, which closes it after the requests still queued
    for it; until then its number cannot be handed to another connection. */
 void kerv_host_release(kervInfo_t *kerv) {
     const int host_fd = kerv_host_fd(kerv);
-    kerv_set_host_fd(kerv, -1);
+    kerv_set_host_fd(kerv, -1); /* no longer wakeable: the worker may close it from now on */
     if (host_fd <= 0 || kerv_req_notify(KERV_WORK_HOST_CLOSED, host_fd))
         return;
     /* Out of memory: end the connection for the host but keep the descriptor, whose number

@@ -61,6 +61,10 @@ void kerv_set_host_fd(kervInfo_t *kerv, int fd);
    descriptor passes to the worker, which closes it after the requests queued for it. */
 void kerv_host_release(kervInfo_t *kerv);
 
+/* True once a STOP has asked the channel to close (kerv_deinit); a TCP host's blocked read
+   is woken then, and the server thread checks this after every read. */
+kal_bool kerv_stop_asked();
+
 /* The channel server thread's end of the stop line: readable when kerv_deinit asks the
    channel to close. kerv_stop_line_release closes it when the thread ends, which also
    tells every later kerv_deinit that there is nothing left to close. */

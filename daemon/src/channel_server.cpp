@@ -56,16 +56,27 @@ srv_wait_e wait_for_room() {
     return SRV_READY;
 }
 
+/* A TCP host is read in a blocking read, which a STOP wakes (channel.h); the serial device
+   is non-blocking (for the worker's writes) and is waited for in poll. */
+srv_wait_e wait_for_host(const kervInfo_t *kerv, int host_fd) {
+    return kerv->channel == KERV_CHANNEL_SOCKET ? SRV_READY : wait_for(host_fd);
+}
+
 /* One read from the host and the lines it completes; false at the end of the connection
    (or when the channel was closed meanwhile). */
 bool read_pass(kervInfo_t *kerv, kerv_framing_t *framing) {
     const int host_fd = kerv_host_fd(kerv);
-    if (wait_for_room() == SRV_STOP || wait_for(host_fd) == SRV_STOP) {
+    if (wait_for_room() == SRV_STOP || wait_for_host(kerv, host_fd) == SRV_STOP) {
         kerv_channel_close(kerv);
         return false;
     }
     const ssize_t got = kerv_safe_read(host_fd, framing->cmd_buf + framing->cmd_buf_offset,
                                        kerv_framing_room(framing));
+    /* Whatever the read brought after a STOP is not run. */
+    if (kerv_stop_asked()) {
+        kerv_channel_close(kerv);
+        return false;
+    }
     /* The serial device is non-blocking (for the worker's writes): readiness can pass. */
     if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
         return true;

@@ -1,6 +1,5 @@
 #include "host_output.h"
 
-#include "csocket.h"
 #include "daemon_config.h"
 #include "kal_common.h"
 
@@ -9,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <termios.h>
+#include <unistd.h>
 
 namespace {
 
@@ -42,12 +42,23 @@ void give_up(int fd, int stall_ms) {
     KERV_WARN("serial device took no output for %d ms: unsent output discarded", stall_ms);
 }
 
+/* One write(2), whatever the descriptor is: a TCP connection or the serial device. The daemon
+   ignores the broken-pipe signal, so a host that has gone gives EPIPE, not the end of the
+   process, and no write needs a first try as a socket send. */
+ssize_t write_once(int fd, const void *buf, size_t len) {
+    ssize_t written;
+    do {
+        written = write(fd, buf, len);
+    } while (written < 0 && errno == EINTR);
+    return written;
+}
+
 } // namespace
 
 void kerv_write_all(int fd, const void *buf, size_t len) {
     const char *next = static_cast<const char *>(buf);
     while (len > 0) {
-        const ssize_t written = kerv_safe_write(fd, next, len);
+        const ssize_t written = write_once(fd, next, len);
         if (written <= 0)
             return;
         next += written;
@@ -73,7 +84,7 @@ void kerv_host_write(int fd, const void *buf, size_t len) {
         backed_up_fd = -1;
     const char *next = static_cast<const char *>(buf);
     while (len > 0) {
-        const ssize_t written = kerv_safe_write(fd, next, len);
+        const ssize_t written = write_once(fd, next, len);
         if (written > 0) {
             next += written;
             len -= static_cast<size_t>(written);

@@ -21,12 +21,62 @@ kal_uint32 dropped_urcs = 0;
 bool room_wanted = false;
 int room_fd = -1;
 
-struct QueueLock {
-    QueueLock() { pthread_mutex_lock(&MutexAppReqList); }
-    ~QueueLock() { pthread_mutex_unlock(&MutexAppReqList); }
-    QueueLock(const QueueLock &) = delete;
-    QueueLock &operator=(const QueueLock &) = delete;
+struct MutexGuard {
+    pthread_mutex_t *mutex;
+    explicit MutexGuard(pthread_mutex_t *m) : mutex(m) { pthread_mutex_lock(mutex); }
+    ~MutexGuard() { pthread_mutex_unlock(mutex); }
+    MutexGuard(const MutexGuard &) = delete;
+    MutexGuard &operator=(const MutexGuard &) = delete;
 };
+
+struct QueueLock : MutexGuard {
+    QueueLock() : MutexGuard(&MutexAppReqList) {}
+};
+
+/*
+ * Host lines are the one element every command needs. They are kept in fixed slots rather
+ * than taken from the heap, so that a command costs no allocation and no zero-filling: a
+ * line is its bytes and a length. A slot holds a line of up to kLineSlotText characters;
+ * longer lines, lines beyond the slots in use (a host far ahead of the worker) and every
+ * other kind of element take a heap element. Most recently freed slots are taken first, so
+ * a steady flow of commands keeps reusing the same few.
+ */
+constexpr size_t kLineSlotBytes = 256;
+constexpr size_t kLineSlotText = kLineSlotBytes - sizeof(struct req) - 1;
+constexpr int kLineSlotCount = KERV_QUEUE_MAX_LINES;
+alignas(struct req) unsigned char line_slots[kLineSlotCount][kLineSlotBytes];
+struct list free_line_slots = {&free_line_slots, &free_line_slots};
+pthread_mutex_t MutexLineSlots = PTHREAD_MUTEX_INITIALIZER;
+
+bool is_line_slot(const struct req *req) {
+    const auto *at = reinterpret_cast<const unsigned char *>(req);
+    const unsigned char *first = &line_slots[0][0];
+    return at >= first && at < first + sizeof(line_slots);
+}
+
+struct req *take_line_slot(size_t text_len) {
+    if (text_len > kLineSlotText)
+        return nullptr;
+    MutexGuard lock(&MutexLineSlots);
+    struct list *slot = list_remove_head(&free_line_slots);
+    return slot != &free_line_slots ? reinterpret_cast<struct req *>(slot) : nullptr;
+}
+
+void return_line_slot(struct req *req) {
+    MutexGuard lock(&MutexLineSlots);
+    list_add(&req->next, &free_line_slots);
+}
+
+void make_line_slots_free() {
+    list_init(&free_line_slots);
+    for (auto &slot : line_slots)
+        list_add_tail(reinterpret_cast<struct list *>(slot), &free_line_slots);
+}
+
+/* A heap element with room for text_room bytes of text, zero-filled. */
+struct req *take_heap_element(size_t text_room) {
+    return static_cast<struct req *>(get_ctrl_buffer(sizeof(struct req) + text_room));
+}
 
 void check_queue_head() {
     assert(appReqList.prev->next == &appReqList && &appReqList == appReqList.next->prev);
@@ -69,6 +119,7 @@ struct req *unlink_oldest_urc() {
 
 int kerv_queue_init() {
     list_init(&appReqList);
+    make_line_slots_free();
     room_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     return room_fd < 0 ? -1 : 0;
 }
@@ -133,16 +184,19 @@ kal_uint32 kerv_queue_take_dropped_urcs() {
 }
 
 struct req *kerv_req_create(kerv_work_e kind, int fd, const char *text, size_t text_len) {
-    /* A host line costs its own length, not a whole control record. */
     const size_t text_room = text != nullptr ? text_len + 1 : 0;
-    auto *req = static_cast<struct req *>(get_ctrl_buffer(sizeof(struct req) + text_room));
+    struct req *req = kind == KERV_WORK_LINE ? take_line_slot(text_len) : nullptr;
+    if (req == nullptr)
+        req = take_heap_element(text_room);
     if (req == nullptr)
         return nullptr;
     req->fd = fd;
     req->kind = kind;
+    req->request = nullptr;
+    req->text_len = text != nullptr ? text_len : 0;
     if (text != nullptr) {
         memcpy(req->text, text, text_len);
-        req->text_len = text_len;
+        req->text[text_len] = '\0';
     }
     return req;
 }
@@ -163,7 +217,10 @@ void kerv_req_free(struct req *req) {
     if (req == nullptr)
         return;
     free_ctrl_buffer(req->request);
-    free_ctrl_buffer(req);
+    if (is_line_slot(req))
+        return_line_slot(req);
+    else
+        free_ctrl_buffer(req);
 }
 
 kal_bool kerv_req_notify(kerv_work_e kind, int fd) {

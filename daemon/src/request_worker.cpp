@@ -5,6 +5,7 @@
 #include "daemon_config.h"
 #include "engine_entry.h"
 #include "host_output.h"
+#include "kal_gather.h"
 #include "request_queue.h"
 
 #include <climits>
@@ -91,6 +92,14 @@ void run_request(worker_state *worker, struct req *req) {
     }
 }
 
+/* The diagnostics of one request go out together when it is done (kal_gather.h). */
+struct GatheredLines {
+    GatheredLines() { kal_gather_begin(); }
+    ~GatheredLines() { kal_gather_end(); }
+    GatheredLines(const GatheredLines &) = delete;
+    GatheredLines &operator=(const GatheredLines &) = delete;
+};
+
 } // namespace
 
 void *kerv_request_thread(void *) {
@@ -104,6 +113,7 @@ void *kerv_request_thread(void *) {
         struct req *req = appReqDequeue();
         if (req == nullptr)
             continue;
+        GatheredLines lines;
         KERV_DBG(" Listen request from fd = [%d]", req->fd);
         run_request(&worker, req);
         if (worker.kerv != nullptr)

@@ -1,6 +1,7 @@
 #include "startup.h"
 
 #include "kal_common.h"
+#include "kal_gather.h"
 #include "channel.h"
 #include "daemon_config.h"
 #include "request_queue.h"
@@ -56,6 +57,28 @@ int bind_private(int fd, const struct sockaddr_un *address, socklen_t address_le
     const int bound = bind(fd, reinterpret_cast<const struct sockaddr *>(address), address_len);
     umask(umask_before);
     return bound;
+}
+
+/* Signals whose default action ends the process. */
+constexpr int kEndingSignals[] = {SIGHUP,  SIGINT,  SIGQUIT, SIGILL,  SIGTRAP,
+                                  SIGABRT, SIGBUS,  SIGFPE,  SIGSEGV, SIGALRM,
+                                  SIGTERM, SIGUSR2, SIGSYS,  SIGXCPU, SIGXFSZ};
+
+/* Signal context. The lines of the request being run are written before the process ends,
+   so the log shows what the daemon was doing; then the signal, back at its default action,
+   ends the process exactly as it would have. */
+void write_last_lines(int sig) {
+    kal_gather_write_on_signal();
+    raise(sig);
+}
+
+void keep_last_lines_on_ending_signals() {
+    struct sigaction ending = {};
+    ending.sa_handler = write_last_lines;
+    ending.sa_flags = SA_RESETHAND | SA_NODEFER;
+    sigemptyset(&ending.sa_mask);
+    for (const int sig : kEndingSignals)
+        sigaction(sig, &ending, nullptr);
 }
 
 [[noreturn]] void abandon_start(const char *failure, int error, int reqfd) {
@@ -131,6 +154,7 @@ void config_signal() {
     /* A host or control client that leaves while it is answered must not end the daemon;
        the failed write is simply ignored. */
     signal(SIGPIPE, SIG_IGN);
+    keep_last_lines_on_ending_signals();
 
     unsigned long level = KAL_DBG_WARNING;
     if (kerv_cfg_number("KERV_DEBUG", &level) == KERV_CFG_SET)

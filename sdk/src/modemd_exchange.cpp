@@ -1,5 +1,7 @@
 #include "modemd_exchange.h"
 
+#include "kal_gather.h"
+
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstdio>
@@ -92,6 +94,9 @@ WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
             *wait_errno = errno;
             return WaitOutcome::Failed;
         }
+        /* Whoever watches the log while the modem daemon is silent sees the request now,
+           not when the waiting is over. */
+        kal_gather_flush();
         --timeout_count;
     }
     return WaitOutcome::TimedOut;

@@ -1,11 +1,112 @@
 #include "kal_common.h"
+#include "kal_gather.h"
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
+#include <fcntl.h>
 #include <string>
+#include <thread>
+#include <unistd.h>
 
 namespace {
+
+/* Standard output into a non-blocking pipe, so a test sees each write as it happens. */
+class StdoutPipe {
+  public:
+    StdoutPipe() {
+        fflush(stdout);
+        EXPECT_EQ(pipe2(ends_, O_NONBLOCK), 0);
+        fcntl(ends_[0], F_SETPIPE_SZ, 1 << 20);
+        saved_ = dup(STDOUT_FILENO);
+        dup2(ends_[1], STDOUT_FILENO);
+    }
+    ~StdoutPipe() {
+        fflush(stdout);
+        dup2(saved_, STDOUT_FILENO);
+        close(saved_);
+        close(ends_[0]);
+        close(ends_[1]);
+    }
+    /* What one read takes: everything of one write, or of several. */
+    std::string take() {
+        fflush(stdout);
+        char bytes[1 << 16];
+        const ssize_t got = read(ends_[0], bytes, sizeof(bytes));
+        return got > 0 ? std::string(bytes, static_cast<size_t>(got)) : std::string();
+    }
+
+  private:
+    int ends_[2] = {-1, -1};
+    int saved_ = -1;
+};
+
+/* Messages whose bytes must not depend on whether they were gathered. */
+void print_every_form() {
+    KERV_WARN("plain=[%s] [%d] [%i] [%u] [%x] [%c] 100%%", "text", -42, INT_MIN, UINT_MAX, 0xbeefu,
+              'Z');
+    const char *volatile none = nullptr;
+    KERV_WARN("null=[%s]", none);
+    KERV_WARN("formatted=[%5d] [%-3s] [%.*s] [%ld] [%02x]", 7, "a", 2, "abcdef", -5L, 9u);
+    KERV_TAG(KAL_DBG_WARNING, "GET_CTRL_BUFFER");
+    KERV_PRINT("always %d\r", 3);
+}
+
+TEST(Kal, GatheredLinesAreTheBytesPrintedAtOnce) {
+    g_dbg_print = KAL_DBG_WARNING;
+    StdoutPipe out;
+    print_every_form();
+    const std::string at_once = out.take();
+    kal_gather_begin();
+    print_every_form();
+    kal_gather_end();
+    EXPECT_EQ(out.take(), at_once);
+    g_dbg_print = 0;
+}
+
+/* A request's lines wait for its end and then go out in one write; an ERROR line takes the
+   lines before it out at once; another thread's lines never wait. */
+TEST(Kal, ARequestsLinesGoOutTogetherWhenItEnds) {
+    g_dbg_print = KAL_DBG_ERROR;
+    StdoutPipe out;
+    kal_gather_begin();
+    KERV_WARN("one");
+    KERV_PRINT("two");
+    EXPECT_EQ(out.take(), "");
+    std::thread([] { KERV_PRINT("elsewhere"); }).join();
+    EXPECT_EQ(out.take(), "elsewhere\n");
+    kal_gather_write_on_signal();
+    const std::string gathered = out.take();
+    EXPECT_NE(gathered.find("one\r\ntwo\n"), std::string::npos) << gathered;
+    KERV_ERR("three");
+    EXPECT_NE(out.take().find("one\r\ntwo\n[KERV] <"), std::string::npos);
+    KERV_PRINT("four");
+    EXPECT_EQ(out.take(), "");
+    kal_gather_end();
+    EXPECT_EQ(out.take(), "four\n");
+    g_dbg_print = 0;
+}
+
+/* More than the gathering buffer holds: earlier lines go out first, nothing is lost. */
+TEST(Kal, LinesBeyondTheBufferKeepTheirOrder) {
+    StdoutPipe out;
+    const std::string long_line(5000, 'x');
+    kal_gather_begin();
+    for (int i = 0; i < 100; i++)
+        KERV_PRINT("line %d", i);
+    KERV_PRINT("%s", long_line.c_str());
+    KERV_PRINT("last");
+    kal_gather_end();
+    std::string expected;
+    for (int i = 0; i < 100; i++)
+        expected += "line " + std::to_string(i) + "\n";
+    expected += long_line + "\nlast\n";
+    std::string all;
+    for (std::string part = out.take(); !part.empty(); part = out.take())
+        all += part;
+    EXPECT_EQ(all, expected);
+}
 
 /* The line forms operators grep for, and the level that lets each through. */
 TEST(Kal, MessagesHaveTheirFormAndPrintAtOrAboveTheirLevel) {
