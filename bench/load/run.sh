@@ -5,9 +5,15 @@
 # modemd-sim (a fresh socket per request). Both channels are measured: TCP on loopback, and
 # the serial channel on a pty (the daemon, or the baseline, on the slave end; the load client
 # on the master, which kerv-load-pty holds for the run and hands to each client). Every case
-# runs with all processes on CPU 0 and again unpinned. Prints p50/p99 and their ratios to the
-# baselines, and the daemon's idle memory and wake-ups. Everything runs hermetically (see
-# hermetic.sh); every process is stopped by its pid. See docs/benchmarks.md.
+# runs with all processes on CPU 0 and again unpinned. Prints p50/p99/max of the round trips,
+# each server's CPU time per command, their ratios to the baselines, and the daemon's idle
+# memory and wake-ups. Everything runs hermetically (see hermetic.sh); every process is
+# stopped by its pid. See docs/benchmarks.md.
+#
+# Bytes through a pty are moved by the kernel's tty work, in a kernel worker that pinning
+# cannot place: when it runs on the other CPU, a serial round trip gains cross-CPU wake-ups,
+# for the daemon and its baseline alike, and its latency says more about where that worker
+# ran than about the server. The CPU time per command is free of that.
 #
 # Environment: BUILD (build directory, default build/), LOAD_SECONDS (measured seconds per
 # case and round, default 1), LOAD_ROUNDS (interleaved rounds, default 3), LOAD_MODES
