@@ -57,6 +57,7 @@ count_case() {
   answers=${answers%% *}
   kill -INT "$tracer"
   wait "$tracer" || true
+  unset 'child_pids[-1]' # the tracer, started last: its pid is no longer ours to stop
   # strace -c: "% time, seconds, usecs/call, calls, [errors], syscall"; errors may be blank.
   awk -v column="$channel $kind" -v answers="$answers" '
     $1 ~ /^[0-9.]+$/ && $NF != "total" {
