@@ -121,15 +121,15 @@ has_open() {
 
 # start_kervd NAME tcp|serial: a kervd with its own store, control socket and pid file, on a
 # fresh TCP port or on a pty of its own; the example plug-in is in its plug-in directory.
+# Each instance runs its own copy of the program and the plug-in, as the one daemon on a
+# board does: pages of a file that two instances map would count as shared, not private.
 start_kervd() {
   local name=$1 channel=$2 kerv_port urc_port listen_type=0 pid= device
   kerv_port=$("$client" --pick-port tcp)
   urc_port=$("$client" --pick-port udp)
-  # Copied once: a plug-in rewritten in place under a daemon that has it loaded kills it.
-  if [ ! -d "$work/plugins" ]; then
-    mkdir "$work/plugins"
-    [ -f "$example_plugin" ] && cp "$example_plugin" "$work/plugins/"
-  fi
+  cp "$kervd" "$work/$name"
+  mkdir -p "$work/$name-plugins"
+  [ -f "$example_plugin" ] && cp "$example_plugin" "$work/$name-plugins/"
   if [ "$channel" = serial ]; then
     listen_type=1
     start_pty "$name"
@@ -144,9 +144,9 @@ KERV_MODEMD_TARGET_TYPE=LTE
 KERV_AT_RESULT_FORMAT=1
 EOF
   SNCFG_FILE=$work/$name.conf KERVD_CONTROL_SOCKET=$work/$name.socket \
-    KERVD_PID_FILE=$work/$name.pid KERVD_PLUGIN_DIR=$work/plugins \
+    KERVD_PID_FILE=$work/$name.pid KERVD_PLUGIN_DIR=$work/$name-plugins \
     KERVD_SERIAL_DEVICE=$work/$name.tty KERVD_MODEMD_PORT=$modemd_port \
-    "${pin[@]}" "$kervd" >"$work/$name.log" 2>&1 || die "kervd did not start (see $work/$name.log)"
+    "${pin[@]}" "$work/$name" >"$work/$name.log" 2>&1 || die "kervd did not start (see $work/$name.log)"
   for _ in $(seq 100); do
     pid=$(cat "$work/$name.pid" 2>/dev/null || true)
     [ -n "$pid" ] && break

@@ -206,7 +206,9 @@ if [[ " $modes " == *" pinned "* ]]; then
     for entry in "${ratio_targets[@]}"; do
       IFS='|' read -r name base limit what <<<"$entry"
       r=$(ratio "${p50[pinned,$in_flight,$name]:--}" "${p50[pinned,$in_flight,$base]:--}")
-      printf '  %-38s %s in flight: %sx %s\n' "$what," "$in_flight" "$r" "$(verdict "$r" "$limit")"
+      shown=$r
+      [ "$r" = - ] || shown=${r}x
+      printf '  %-38s %s in flight: %s %s\n' "$what," "$in_flight" "$shown" "$(verdict "$r" "$limit")"
     done
   done
   for channel in $channels; do
