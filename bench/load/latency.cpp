@@ -16,6 +16,7 @@ latency_figures_t latency_figures(std::vector<uint32_t> samples) {
     latency_figures_t figures;
     figures.p50_us = latency_percentile(&samples, 50.0) / 1000.0;
     figures.p99_us = latency_percentile(&samples, 99.0) / 1000.0;
+    figures.max_us = latency_percentile(&samples, 100.0) / 1000.0;
     return figures;
 }
 

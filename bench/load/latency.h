@@ -12,10 +12,11 @@
 /* Nearest-rank percentile (0 < percent <= 100) of samples, which it sorts; 0 when empty. */
 uint32_t latency_percentile(std::vector<uint32_t> *samples, double percent);
 
-/* The median and the 99th percentile, in microseconds. */
+/* The median, the 99th percentile and the longest, in microseconds. */
 struct latency_figures_t {
     double p50_us;
     double p99_us;
+    double max_us;
 };
 latency_figures_t latency_figures(std::vector<uint32_t> samples);
 

@@ -2,11 +2,13 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <termios.h>
 #include <unistd.h>
 
 void line_framer_reset(line_framer_t *framer) {
@@ -33,7 +35,7 @@ void line_framer_feed(line_framer_t *framer, const char *bytes, size_t len, int 
     }
 }
 
-int line_server_listen(unsigned int port) {
+static int line_server_listen(unsigned int port) {
     int listen_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (listen_fd < 0) {
         fprintf(stderr, "socket: %s\n", strerror(errno));
@@ -57,7 +59,7 @@ int line_server_listen(unsigned int port) {
     return listen_fd;
 }
 
-static void serve_host(int host_fd, line_handler_fn handler, void *ctx) {
+void line_server_serve(int host_fd, line_handler_fn handler, void *ctx) {
     static line_framer_t framer;
     char bytes[2048];
     line_framer_reset(&framer);
@@ -71,7 +73,27 @@ static void serve_host(int host_fd, line_handler_fn handler, void *ctx) {
     }
 }
 
-void line_server_run(int listen_fd, line_handler_fn handler, void *ctx) {
+int line_server_open_serial(const char *path) {
+    int fd = open(path, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    termios raw;
+    if (fd < 0 || tcgetattr(fd, &raw) != 0) {
+        fprintf(stderr, "serial device %s: %s\n", path, strerror(errno));
+        if (fd >= 0)
+            close(fd);
+        return -1;
+    }
+    cfmakeraw(&raw);
+    raw.c_cc[VMIN] = 1;
+    raw.c_cc[VTIME] = 0;
+    if (tcsetattr(fd, TCSANOW, &raw) != 0) {
+        fprintf(stderr, "raw settings on %s: %s\n", path, strerror(errno));
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+[[noreturn]] static void line_server_run(int listen_fd, line_handler_fn handler, void *ctx) {
     for (;;) {
         int host_fd = accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC);
         if (host_fd < 0)
@@ -80,7 +102,22 @@ void line_server_run(int listen_fd, line_handler_fn handler, void *ctx) {
            previous one, so the 8-in-flight figures compare the servers, not Nagle. */
         int on = 1;
         setsockopt(host_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-        serve_host(host_fd, handler, ctx);
+        line_server_serve(host_fd, handler, ctx);
         close(host_fd);
     }
+}
+
+int line_server_main(const char *serial_path, unsigned int port, line_handler_fn handler,
+                     void *ctx) {
+    if (serial_path != nullptr) {
+        int device_fd = line_server_open_serial(serial_path);
+        if (device_fd < 0)
+            return 1;
+        line_server_serve(device_fd, handler, ctx);
+        return 0;
+    }
+    int listen_fd = line_server_listen(port);
+    if (listen_fd < 0)
+        return 1;
+    line_server_run(listen_fd, handler, ctx);
 }

@@ -1,9 +1,9 @@
 /*
  * The skeleton shared by the baseline servers of the load benchmark: a single-threaded
- * TCP server on loopback that serves one host at a time, cuts what it reads into command
- * lines and hands each line to the server's own handler, which answers on the host's
- * descriptor. Nothing else runs in the process, so a round trip costs one wake-up of this
- * one thread: the floor against which the daemon is measured.
+ * server, on loopback TCP (one host at a time) or on a serial device, that cuts what it
+ * reads into command lines and hands each line to the server's own handler, which answers
+ * on the host's descriptor. Nothing else runs in the process, so a round trip costs one wake-up of
+ * this one thread: the floor against which the daemon is measured.
  */
 #ifndef LOAD_LINE_SERVER_H
 #define LOAD_LINE_SERVER_H
@@ -31,11 +31,19 @@ void line_framer_reset(line_framer_t *framer);
 void line_framer_feed(line_framer_t *framer, const char *bytes, size_t len, int host_fd,
                       line_handler_fn handler, void *ctx);
 
-/* Listens on 127.0.0.1:port (0: any free port); the port taken is printed on the first line
- * of standard output. Returns the listening descriptor, or -1 with a message on stderr. */
-int line_server_listen(unsigned int port);
+/* Opens the serial device at path and makes it raw (8 bits, no echo, no line editing or
+ * translation, a read returns with the first byte). Returns the descriptor, or -1 with a
+ * message on stderr. */
+int line_server_open_serial(const char *path);
 
-/* Accepts hosts one after the other for ever, each served until it closes. */
-void line_server_run(int listen_fd, line_handler_fn handler, void *ctx);
+/* Serves the host on host_fd until it closes. */
+void line_server_serve(int host_fd, line_handler_fn handler, void *ctx);
+
+/* A baseline server's whole life: the host on the serial device at serial_path when it is
+ * given, else hosts on 127.0.0.1:port one after the other for ever (port 0: any free port;
+ * the port taken is printed on the first line of standard output). Returns the exit status
+ * when it cannot serve or the serial host has gone. */
+int line_server_main(const char *serial_path, unsigned int port, line_handler_fn handler,
+                     void *ctx);
 
 #endif /* LOAD_LINE_SERVER_H */
