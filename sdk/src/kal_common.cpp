@@ -288,6 +288,8 @@ void kal_print_always(const char *fmt, ...) {
 }
 
 void kal_gather_begin(void) {
+    if (gathering)
+        return;
     bool expected = false;
     gathering = gather_owned.compare_exchange_strong(expected, true, std::memory_order_acquire);
 }
