@@ -222,5 +222,28 @@ TEST_F(Hardening, PlugInWithAnUnresolvedSymbolIsReportedWhenLoaded) {
     EXPECT_EQ(output.find("unresolved symbol", line + 1), std::string::npos) << output;
 }
 
+size_t gated_lines(const std::string &output) {
+    size_t count = 0;
+    for (size_t at = output.find("[KERV] <"); at != std::string::npos;
+         at = output.find("[KERV] <", at + 1))
+        count++;
+    return count;
+}
+
+/* A request's diagnostics wait for its end; a signal that ends the daemon first still lets
+   them out, so the log shows what the daemon was doing. */
+TEST_F(Hardening, ARequestsLinesReachTheLogWhenASignalEndsTheDaemonMidway) {
+    ScopedSetting one_long_wait("KERVD_MODEMD_WAIT_MS", "60000");
+    modem.add_rule({"AT+CSQ", 0, "@silent"});
+    start();
+    Host host(daemon->tcp_port());
+    const size_t before = gated_lines(daemon->output());
+    host.send("AT+CSQ\r");
+    ASSERT_TRUE(modem.wait_requests(1));
+    EXPECT_EQ(gated_lines(daemon->output()), before);
+    daemon->stop();
+    EXPECT_GT(gated_lines(daemon->output()), before) << daemon->output();
+}
+
 } // namespace
 } // namespace e2e
