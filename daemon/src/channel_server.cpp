@@ -2,6 +2,7 @@
 
 #include "csocket.h"
 #include "daemon_config.h"
+#include "footprint.h"
 #include "request_queue.h"
 
 #include <cerrno>
@@ -214,6 +215,7 @@ void *kerv_srv_thread(void *) {
     while ((kerv = kervGet()) == nullptr)
         sleep(1);
     kerv_init();
+    kerv_thread_settled();
     if (kerv->sock == nullptr) {
         KERV_WARN("fail to start up listen channel.");
         KERV_PRINT("fail to start up listen channel.");

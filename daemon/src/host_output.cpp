@@ -42,6 +42,16 @@ void give_up(int fd, int stall_ms) {
     KERV_WARN("serial device took no output for %d ms: unsent output discarded", stall_ms);
 }
 
+/* The stall time, read from the settings on the first write. Worker only, like every
+   host write, so a plain variable does (no guarded static, whose first use would bring
+   the C++ runtime into the hot path). */
+int stall_time_ms() {
+    static int stall_ms = 0;
+    if (stall_ms == 0)
+        stall_ms = kerv_host_stall_ms();
+    return stall_ms;
+}
+
 /* One write(2), whatever the descriptor is: a TCP connection or the serial device. The daemon
    ignores the broken-pipe signal, so a host that has gone gives EPIPE, not the end of the
    process, and no write needs a first try as a socket send. */
@@ -79,7 +89,7 @@ void kerv_write_all(int fd, const void *buf, size_t len) {
 void kerv_host_write(int fd, const void *buf, size_t len) {
     if (fd == cut_off_fd)
         return;
-    static const int stall_ms = kerv_host_stall_ms();
+    const int stall_ms = stall_time_ms();
     if (fd != backed_up_fd)
         backed_up_fd = -1;
     const char *next = static_cast<const char *>(buf);

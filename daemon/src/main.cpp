@@ -48,6 +48,6 @@ int main(int, char **) {
     }
     config_libdir();
     kerv_start_threads(reqfd);
-    kerv_release_start_up_pages();
+    kerv_release_start_up_pages(KERV_WORKER_THREADS);
     kerv_control_loop(reqfd);
 }

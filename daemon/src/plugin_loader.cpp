@@ -214,7 +214,11 @@ void plugin_httpd_lib(char *lib_name) {
         return;
     }
     KERV_WARN("KERV Plug-in = %s\n", path);
-    void *handle = dlopen(path, RTLD_LAZY);
+    /* Bound now when it can be, so that serving never runs the dynamic linker for it; a
+       plug-in with a missing symbol is still loaded, lazily, and the symbol named. */
+    void *handle = dlopen(path, RTLD_NOW);
+    if (handle == nullptr)
+        handle = dlopen(path, RTLD_LAZY);
     if (handle == nullptr) {
         KERV_WARN("KERVLIB[%s]:can't load library!!\n", path);
         KERV_ERR("KERVLIB[%s]:%s", path, dlerror());

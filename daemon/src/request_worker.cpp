@@ -4,6 +4,7 @@
 #include "control_handler.h"
 #include "daemon_config.h"
 #include "engine_entry.h"
+#include "footprint.h"
 #include "host_output.h"
 #include "kal_gather.h"
 #include "request_queue.h"
@@ -109,6 +110,7 @@ void *kerv_request_thread(void *) {
         KERV_WARN(" no kerv");
         return nullptr;
     }
+    kerv_thread_settled();
     for (;;) {
         struct req *req = appReqDequeue();
         if (req == nullptr)

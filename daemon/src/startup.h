@@ -16,8 +16,10 @@ void pidfile_write_release(int pidfd);
 void config_signal();
 void handle_debug(int sig);
 void reapchild(int sig);
-/* Starts the channel server thread, the request worker and the URC receiver; on failure
-   closes the channel and the control socket and ends the process. */
+/* Starts the KERV_WORKER_THREADS threads: the channel server thread, the request worker and
+   the URC receiver; on failure closes the channel and the control socket and ends the
+   process. */
+enum { KERV_WORKER_THREADS = 3 };
 void kerv_start_threads(int reqfd);
 
 #endif /* KERV_START_H */

@@ -2,6 +2,7 @@
 
 #include "csocket.h"
 #include "daemon_config.h"
+#include "footprint.h"
 #include "request_queue.h"
 
 #include <cerrno>
@@ -35,6 +36,7 @@ void receive_urcs(urcInfo_t *urc) {
             return;
         }
         KERV_INFO("In URC receiver, SOCK_Listen OK");
+        kerv_thread_settled();
         for (;;) {
             char datagram[KERV_URC_BUF_SIZE] = {};
             const int got = SOCK_Recv(urc->sock, datagram, KERV_URC_BUF_SIZE - 1);
@@ -57,8 +59,10 @@ void receive_urcs(urcInfo_t *urc) {
 
 void *kerv_urc_thread(void *) {
     KERV_FUNC(" START");
-    if (!urc_enabled())
+    if (!urc_enabled()) {
+        kerv_thread_settled();
         pthread_exit(nullptr);
+    }
     urcInfo_t *urc = urc_info_create();
     if (urc == nullptr)
         KERV_PRINT("kerv_urc_thread: create urc info instance fail");
