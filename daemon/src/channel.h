@@ -62,7 +62,7 @@ void kerv_set_host_fd(kervInfo_t *kerv, int fd);
 void kerv_host_release(kervInfo_t *kerv);
 
 /* True once a STOP has asked the channel to close (kerv_deinit); a TCP host's blocked read
-   is woken then, and the server thread checks this after every read. */
+   is woken then, and the server thread checks this before and after every read. */
 kal_bool kerv_stop_asked();
 
 /* The channel server thread's end of the stop line: readable when kerv_deinit asks the

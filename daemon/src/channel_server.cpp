@@ -57,10 +57,13 @@ srv_wait_e wait_for_room() {
     return SRV_READY;
 }
 
-/* A TCP host is read in a blocking read, which a STOP wakes (channel.h); the serial device
-   is non-blocking (for the worker's writes) and is waited for in poll. */
+/* A TCP host is read in a blocking read, which a STOP wakes (channel.h). A STOP that came
+   before the connection could be woken (while it was being accepted) is seen here. The
+   serial device is non-blocking (for the worker's writes) and is waited for in poll. */
 srv_wait_e wait_for_host(const kervInfo_t *kerv, int host_fd) {
-    return kerv->channel == KERV_CHANNEL_SOCKET ? SRV_READY : wait_for(host_fd);
+    if (kerv->channel != KERV_CHANNEL_SOCKET)
+        return wait_for(host_fd);
+    return kerv_stop_asked() ? SRV_STOP : SRV_READY;
 }
 
 /* One read from the host and the lines it completes; false at the end of the connection
