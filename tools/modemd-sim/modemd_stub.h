@@ -12,6 +12,7 @@
 
 #include "kerv_md_request.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -90,7 +91,7 @@ class Stub {
     int fd_ = -1;
     int stop_[2] = {-1, -1};
     unsigned short port_ = 0;
-    bool logging_ = false;
+    std::atomic<bool> logging_{false}; /* set while the server thread runs */
     std::mutex mutex_;
     std::condition_variable arrived_;
     std::vector<Request> requests_;
