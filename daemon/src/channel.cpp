@@ -2,6 +2,7 @@
 
 #include "csocket.h"
 #include "daemon_config.h"
+#include "mutex_guard.h"
 #include "request_queue.h"
 #include "engine_context.h"
 #include "sncfg.h"
@@ -41,11 +42,8 @@ std::atomic<bool> stop_asked{false};
 pthread_mutex_t HostHandOver = PTHREAD_MUTEX_INITIALIZER;
 int wakeable_host_fd = -1;
 
-struct HandOverLock {
-    HandOverLock() { pthread_mutex_lock(&HostHandOver); }
-    ~HandOverLock() { pthread_mutex_unlock(&HostHandOver); }
-    HandOverLock(const HandOverLock &) = delete;
-    HandOverLock &operator=(const HandOverLock &) = delete;
+struct HandOverLock : MutexGuard {
+    HandOverLock() : MutexGuard(&HostHandOver) {}
 };
 
 void wake_blocked_host_read() {

@@ -1,5 +1,7 @@
 #include "request_queue.h"
 
+#include "mutex_guard.h"
+
 #include <cassert>
 #include <cstring>
 #include <pthread.h>
@@ -20,14 +22,6 @@ kal_uint32 dropped_urcs = 0;
 /* The channel server thread waits on the room line for the worker to take lines. */
 bool room_wanted = false;
 int room_fd = -1;
-
-struct MutexGuard {
-    pthread_mutex_t *mutex;
-    explicit MutexGuard(pthread_mutex_t *m) : mutex(m) { pthread_mutex_lock(mutex); }
-    ~MutexGuard() { pthread_mutex_unlock(mutex); }
-    MutexGuard(const MutexGuard &) = delete;
-    MutexGuard &operator=(const MutexGuard &) = delete;
-};
 
 struct QueueLock : MutexGuard {
     QueueLock() : MutexGuard(&MutexAppReqList) {}
