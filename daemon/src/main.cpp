@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 int main(int, char **) {
+    kerv_open_standard_fds();
     /* Line-buffered even into a file or pipe, so that every diagnostic line reaches a log at
        once; flushed before the fork, so that nothing is printed twice. */
     setvbuf(stdout, nullptr, _IOLBF, 0);

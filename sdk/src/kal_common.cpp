@@ -5,7 +5,9 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
+#include <climits>
 #include <cstring>
+#include <poll.h>
 #include <unistd.h>
 
 kal_uint32 g_dbg_print = 0;
@@ -312,8 +314,47 @@ void kal_gather_flush(void) {
 void kal_gather_write_on_signal(void) {
     const size_t len = gathered_len.load(std::memory_order_acquire);
     const int saved_errno = errno;
-    write_fully(STDOUT_FILENO, gathered, len);
+    const size_t written = kal_write_without_blocking(STDOUT_FILENO, gathered, len);
+    if (written < len) {
+        char line[80];
+        size_t line_len = kal_put_decimal(line, static_cast<unsigned int>(len - written));
+        constexpr char kDropped[] = " bytes of diagnostics dropped: standard output is full\n";
+        memcpy(line + line_len, kDropped, sizeof(kDropped) - 1);
+        line_len += sizeof(kDropped) - 1;
+        kal_write_without_blocking(STDOUT_FILENO, line, line_len);
+    }
     errno = saved_errno;
+}
+
+/* A pipe that reports room takes a write of up to PIPE_BUF bytes whole, without blocking;
+   so does a socket or terminal that reports room, for such a small write. */
+size_t kal_write_without_blocking(int fd, const char *bytes, size_t len) {
+    size_t written = 0;
+    while (written < len) {
+        struct pollfd room = {fd, POLLOUT, 0};
+        if (poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0)
+            break;
+        const size_t chunk = len - written < PIPE_BUF ? len - written : PIPE_BUF;
+        const ssize_t took = write(fd, bytes + written, chunk);
+        if (took < 0 && errno == EINTR)
+            continue;
+        if (took <= 0)
+            break;
+        written += static_cast<size_t>(took);
+    }
+    return written;
+}
+
+size_t kal_put_decimal(char *at, unsigned int n) {
+    char digits[10];
+    size_t count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + n % 10);
+        n /= 10;
+    } while (n != 0);
+    for (size_t i = 0; i < count; i++)
+        at[i] = digits[count - 1 - i];
+    return count;
 }
 
 } // extern "C"

@@ -15,6 +15,8 @@
 #ifndef KAL_GATHER_H
 #define KAL_GATHER_H
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -26,10 +28,19 @@ void kal_gather_end(void);
 /* The gathered lines go out now; gathering goes on. */
 void kal_gather_flush(void);
 /*
- * Async-signal-safe: writes the complete lines gathered so far. For a handler of a signal
- * that ends the process, so that the last request's lines are not lost with it.
+ * Async-signal-safe: writes the complete lines gathered so far, without ever blocking. For a
+ * handler of a signal that ends the process, so that the last request's lines are not lost
+ * with it; a process whose standard output takes nothing more still ends at once: what does
+ * not fit is dropped, and the drop is said in one line if there is room for it.
  */
 void kal_gather_write_on_signal(void);
+/*
+ * Async-signal-safe: writes as much of bytes to fd as fd takes now, without blocking (a pipe
+ * or socket nobody reads, a terminal held by flow control); the number of bytes written.
+ */
+size_t kal_write_without_blocking(int fd, const char *bytes, size_t len);
+/* Async-signal-safe: writes n in decimal at at; the number of digits. */
+size_t kal_put_decimal(char *at, unsigned int n);
 
 #ifdef __cplusplus
 }
