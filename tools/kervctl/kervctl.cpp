@@ -262,6 +262,24 @@ int read_reply(int fd, kervRequest_t *reply, double timeout_s) {
     return got;
 }
 
+/* Whatever listens at the control path is obeyed only when it runs as root or as the user
+   running kervctl: a socket of another user there (a world-writable /tmp) would otherwise
+   answer for the daemon. */
+bool trusted_daemon(int fd) {
+    struct ucred peer = {};
+    socklen_t peer_len = sizeof(peer);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &peer_len) != 0) {
+        complain("cannot tell who serves the control socket %s: %s", kerv_control_socket_path(),
+                 strerror(errno));
+        return false;
+    }
+    if (peer.uid == 0 || peer.uid == geteuid())
+        return true;
+    complain("the control socket %s is served by user %u, neither root nor you: not used",
+             kerv_control_socket_path(), static_cast<unsigned int>(peer.uid));
+    return false;
+}
+
 /* Sends one control request; prints argument 0 of the reply when one is expected. */
 int run_control(const Options &opts, u_int16_t cmd, const char *arg0, bool has_reply) {
     kervRequest_t request;
@@ -278,6 +296,10 @@ int run_control(const Options &opts, u_int16_t cmd, const char *arg0, bool has_r
     if (fd < 0) {
         complain("cannot connect to the control socket %s: %s", kerv_control_socket_path(),
                  strerror(errno));
+        return kExitNoConnect;
+    }
+    if (!trusted_daemon(fd)) {
+        close(fd);
         return kExitNoConnect;
     }
     int status = kExitOk;
