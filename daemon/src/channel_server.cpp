@@ -205,6 +205,10 @@ void serve_channel(kervInfo_t *kerv) {
         }
         if (kerv->sock == nullptr)
             break;
+        if (kerv_serial_reopen(kerv))
+            continue;
+        if (kerv->sock == nullptr)
+            break;
         if (kerv->channel == KERV_CHANNEL_UART) {
             KERV_WARN("UART disconnect");
             kerv_channel_close(kerv);
