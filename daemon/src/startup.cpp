@@ -2,6 +2,7 @@
 
 #include "kal_common.h"
 #include "kal_gather.h"
+#include "kal_io.h"
 #include "channel.h"
 #include "daemon_config.h"
 #include "request_queue.h"
