@@ -12,7 +12,7 @@ PACKAGES    ?= packages
 JOBS       ?= $(shell nproc)
 CTEST_ARGS ?= --output-on-failure -j $(JOBS)
 
-.PHONY: all build test test-slow test-asan test-tsan cross cross-build package run bench format clean fuzz soak
+.PHONY: all build test test-slow test-asan test-tsan cross cross-build package run bench-load format clean fuzz soak
 
 all: build
 

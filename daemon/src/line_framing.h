@@ -1,8 +1,8 @@
 /*
  * Line framing of one host's bytes, fed read by read by the channel server thread.
  */
-#ifndef KERV_FRAMING_H
-#define KERV_FRAMING_H
+#ifndef KERV_LINE_FRAMING_H
+#define KERV_LINE_FRAMING_H
 
 #include "kal_common.h"
 
@@ -44,4 +44,4 @@ size_t kerv_framing_room(const kerv_framing_t *framing);
 void kerv_framing_feed(kerv_framing_t *framing, size_t read_len, const kerv_framing_sink_t *sink,
                        void *ctx);
 
-#endif /* KERV_FRAMING_H */
+#endif /* KERV_LINE_FRAMING_H */

@@ -155,7 +155,7 @@ int kerv_queue_init() {
     list_init(&appReqList);
     make_line_slots_free();
     room_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    return room_fd < 0 ? -1 : 0;
+    return room_fd < 0 ? 0 : 1;
 }
 
 void appReqEnqueue(struct req *req) {

@@ -9,8 +9,8 @@
  * kerv_req_free. An element carries its own copy of its text, so a producer may reuse its
  * buffers at once.
  */
-#ifndef KERV_QUEUE_H
-#define KERV_QUEUE_H
+#ifndef KERV_REQUEST_QUEUE_H
+#define KERV_REQUEST_QUEUE_H
 
 #include "kal_common.h"
 #include "list.h"
@@ -40,7 +40,7 @@ struct req {
 
 /*
  * Sets the queue head to the empty list and makes the queue's room line; before any
- * thread starts. 0, or -1 when the room line cannot be made.
+ * thread starts. 1, or 0 when the room line cannot be made.
  */
 int kerv_queue_init();
 /*
@@ -97,4 +97,4 @@ void kerv_req_free(struct req *req);
 /* Queues a text-less element; KAL_FALSE when no memory was left for it. */
 kal_bool kerv_req_notify(kerv_work_e kind, int fd);
 
-#endif /* KERV_QUEUE_H */
+#endif /* KERV_REQUEST_QUEUE_H */

@@ -8,8 +8,8 @@
  * writes it during start-up, before the worker threads exist; afterwards only the request
  * worker reads and writes it, one request at a time, so it carries no lock.
  */
-#ifndef RMMI_INIT_H
-#define RMMI_INIT_H
+#ifndef KERV_ENGINE_CONTEXT_H
+#define KERV_ENGINE_CONTEXT_H
 
 #include "kal_common.h"
 #include "rmmi_common.h"
@@ -131,4 +131,4 @@ void rmmi_write_output(int fd, const void *buf, size_t len);
 }
 #endif
 
-#endif /* RMMI_INIT_H */
+#endif /* KERV_ENGINE_CONTEXT_H */

@@ -2,8 +2,8 @@
  * The engine's entry points: one AT command line in, its whole answer written to a
  * descriptor; and the command-name hash that local applications ask for.
  */
-#ifndef RMMI_MSGHDLR_H
-#define RMMI_MSGHDLR_H
+#ifndef KERV_ENGINE_ENTRY_H
+#define KERV_ENGINE_ENTRY_H
 
 #include "kal_common.h"
 
@@ -33,4 +33,4 @@ kal_bool rmmi_process_calcuate_cmd(int fd, const char *arg, char *res, int strin
 }
 #endif
 
-#endif /* RMMI_MSGHDLR_H */
+#endif /* KERV_ENGINE_ENTRY_H */
