@@ -45,6 +45,8 @@ int stopLine[2] = {-1, -1};
  * descriptor) while a STOP is shutting it down.
  */
 std::atomic<bool> stop_asked{false};
+/* Set by the server thread when it has closed the channel for a STOP; taken by that STOP. */
+std::atomic<bool> closed_for_stop{false};
 pthread_mutex_t HostHandOver = PTHREAD_MUTEX_INITIALIZER;
 int wakeable_host_fd = -1;
 
@@ -366,7 +368,15 @@ kal_int32 kerv_init() {
     }
 }
 
+/*
+ * "kerv_deinit" is printed here, on the calling thread, whatever the channel's state; the
+ * server thread closes the channel and prints the rest. When it has not closed the channel
+ * for this call (it had ended already: the port was taken, an earlier STOP or the serial
+ * device's departure closed the channel), the instance is no longer the channel's: it is
+ * released, or about to be, by the worker.
+ */
 void kerv_deinit() {
+    KERV_PRINT("kerv_deinit");
     stop_asked.store(true);
     wake_blocked_host_read();
     /* Fails once the server thread has ended: then the channel is already closed. */
@@ -376,10 +386,15 @@ void kerv_deinit() {
        channel and ended, and this read then returns 0. */
     char ack;
     kerv_safe_read(stopLine[0], &ack, sizeof(ack));
+    if (!closed_for_stop.exchange(false))
+        KERV_WARN("kerv is NULL");
 }
 
 void kerv_channel_close(kervInfo_t *kerv) {
-    KERV_PRINT("kerv_deinit");
+    /* After a STOP, kerv_deinit has printed it; the serial device's departure has not. */
+    const bool for_stop = stop_asked.load();
+    if (!for_stop)
+        KERV_PRINT("kerv_deinit");
     if (kerv == nullptr) {
         KERV_WARN("kerv is NULL");
         return;
@@ -399,6 +414,7 @@ void kerv_channel_close(kervInfo_t *kerv) {
     }
     kerv->sock = nullptr;
     KERV_PRINT("close new_fd.");
+    closed_for_stop.store(for_stop);
 }
 
 kal_bool kerv_serial_reopen(kervInfo_t *kerv) {

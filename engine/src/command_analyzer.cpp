@@ -500,7 +500,7 @@ kal_bool rmmi_internal_cmd_processor(rmmi_string_struct *source_string_ptr) {
     if (row >= RMMI_TOT_INTERNAL_CMD)
         return answer_error(source_string_ptr);
     kal_uint32 err_id = RMMI_NO_ERR;
-    char response[RMMI_RSP_BUFFER_SIZE];
+    char response[RMMI_RSP_BUFFER_SIZE] = {};
     kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
     skip_blanks(source_string_ptr);
     if (row > RMMI_AT_NEED_RELAY_TO_MD) {
