@@ -24,10 +24,11 @@ struct Handed {
     std::vector<std::string> items;
 };
 
-void take_line(void *ctx, const char *line, size_t line_len) {
+kal_bool take_line(void *ctx, const char *line, size_t line_len) {
     if (line_len > kLongestLine || strcspn(line, "\r\n") != line_len)
         abort();
     static_cast<Handed *>(ctx)->items.emplace_back(line, line_len);
+    return KAL_TRUE;
 }
 
 void take_too_long(void *ctx) {

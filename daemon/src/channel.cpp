@@ -189,7 +189,7 @@ void close_serial_channel(kervInfo_t *kerv) {
     tcsetattr(fd, TCSANOW, saved);
     free_ctrl_buffer(saved);
     tcflush(fd, TCIFLUSH);
-    kerv_host_release(kerv);
+    kerv_host_release(kerv, KERV_HOST_GONE);
 }
 
 } // namespace
@@ -358,7 +358,7 @@ void kerv_channel_close(kervInfo_t *kerv) {
         const int host_fd = kerv_host_fd(kerv);
         if (host_fd > 0)
             shutdown(host_fd, SHUT_RDWR);
-        kerv_host_release(kerv);
+        kerv_host_release(kerv, KERV_HOST_GONE);
         SOCK_Close(kerv->sock);
     }
     kerv->sock = nullptr;
@@ -392,15 +392,19 @@ kal_bool kerv_stop_asked() {
     return stop_asked.load() ? KAL_TRUE : KAL_FALSE;
 }
 
-/* The host connection goes to the worker, which closes it after the requests still queued
-   for it; until then its number cannot be handed to another connection. */
-void kerv_host_release(kervInfo_t *kerv) {
+void kerv_host_release(kervInfo_t *kerv, kerv_host_end_e end) {
     const int host_fd = kerv_host_fd(kerv);
     kerv_set_host_fd(kerv, -1); /* no longer wakeable: the worker may close it from now on */
-    if (host_fd <= 0 || kerv_req_notify(KERV_WORK_HOST_CLOSED, host_fd))
+    if (host_fd <= 0)
+        return;
+    struct req *closed_notice = kerv_req_create(KERV_WORK_HOST_CLOSED, host_fd, nullptr, 0);
+    const kal_uint32 dropped = kerv_queue_host_gone(host_fd, end, closed_notice);
+    if (dropped > 0)
+        KERV_WARN("host fd %d has gone: %u queued lines dropped", host_fd, dropped);
+    if (closed_notice != nullptr)
         return;
     /* Out of memory: end the connection for the host but keep the descriptor, whose number
-       must not pass to another connection while output for this one may still be queued. */
+       must not pass to another connection while an answer for this one may be running. */
     KERV_WARN("Can't hand over host fd %d : %s !!", host_fd, strerror(errno));
     shutdown(host_fd, SHUT_RDWR);
 }

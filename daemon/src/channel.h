@@ -18,6 +18,7 @@
 #define KERV_CHANNEL_H
 
 #include "kal_common.h"
+#include "request_queue.h"
 
 typedef enum { KERV_CHANNEL_SOCKET = 0, KERV_CHANNEL_UART = 1 } KERV_CHANNEL_e;
 
@@ -57,9 +58,11 @@ int kervDel(kervInfo_t *kerv);
 
 int kerv_host_fd(kervInfo_t *kerv);
 void kerv_set_host_fd(kervInfo_t *kerv, int fd);
-/* Ends the current host connection on the channel server thread: new_fd becomes -1 and the
-   descriptor passes to the worker, which closes it after the requests queued for it. */
-void kerv_host_release(kervInfo_t *kerv);
+/* Ends the current host connection on the channel server thread: new_fd becomes -1, the
+   descriptor passes to the worker, which closes it once nothing of the host is queued or
+   running, and the host's queued lines are dropped or, after an end of stream, kept while
+   it still takes answers (request_queue.h). */
+void kerv_host_release(kervInfo_t *kerv, kerv_host_end_e end);
 
 /* True once a STOP has asked the channel to close (kerv_deinit); a TCP host's blocked read
    is woken then, and the server thread checks this before and after every read. */

@@ -15,14 +15,18 @@
 
 namespace {
 
-enum srv_wait_e { SRV_READY, SRV_STOP };
+enum srv_wait_e { SRV_READY, SRV_STOP, SRV_HOST_GONE };
 
-/* Blocks until fd has something for us or the channel is asked to close. */
-srv_wait_e wait_for(int fd) {
-    struct pollfd watched[2] = {{fd, POLLIN, 0}, {kerv_stop_line_fd(), POLLIN, 0}};
-    while (poll(watched, 2, -1) < 0 && errno == EINTR) {
+/* Blocks until fd has something for us or the channel is asked to close; meanwhile the
+   host on host_fd (when there is one) is watched for its end. */
+srv_wait_e wait_for(int fd, int host_fd = -1) {
+    struct pollfd watched[3] = {
+        {fd, POLLIN, 0}, {kerv_stop_line_fd(), POLLIN, 0}, {host_fd, POLLRDHUP, 0}};
+    while (poll(watched, 3, -1) < 0 && errno == EINTR) {
     }
-    return watched[1].revents != 0 ? SRV_STOP : SRV_READY;
+    if (watched[1].revents != 0)
+        return SRV_STOP;
+    return watched[2].revents != 0 ? SRV_HOST_GONE : SRV_READY;
 }
 
 /* Where the framer's output goes: the host it was read from. */
@@ -31,11 +35,14 @@ struct srv_host {
     int fd;
 };
 
-void queue_line(void *ctx, const char *line, size_t line_len) {
+/* Takes lines while the queue has room for them: the bound counts lines, so one read of
+   many short lines cannot queue more than the worker is allowed to owe the host. */
+kal_bool queue_line(void *ctx, const char *line, size_t line_len) {
     auto *host = static_cast<srv_host *>(ctx);
     KERV_DBG(" move and get cmd_buf = [%.*s]", static_cast<int>(line_len), line);
     const kal_bool queued = srv_request_handle(host->kerv, line, line_len);
     KERV_DBG(" command done (ret = %d)", queued);
+    return kerv_queue_lines_full() ? KAL_FALSE : KAL_TRUE;
 }
 
 void refuse_long_line(void *ctx) {
@@ -47,11 +54,13 @@ void refuse_long_line(void *ctx) {
 constexpr kerv_framing_sink_t kQueueSink = {queue_line, refuse_long_line};
 
 /* Back-pressure: while the worker has enough of this host's lines, nothing more is read,
-   so a host that sends faster than its lines run is held back by the kernel. */
-srv_wait_e wait_for_room() {
-    while (kerv_queue_lines_full()) {
-        if (wait_for(kerv_queue_room_fd()) == SRV_STOP)
-            return SRV_STOP;
+   so a host that sends faster than its lines run is held back by the kernel. A host that
+   leaves meanwhile is seen at once, so that its queued lines go with it. */
+srv_wait_e wait_for_room(kal_bool (*full)(), int host_fd) {
+    while (full()) {
+        const srv_wait_e waited = wait_for(kerv_queue_room_fd(), host_fd);
+        if (waited != SRV_READY)
+            return waited;
         kerv_queue_room_taken();
     }
     return SRV_READY;
@@ -66,24 +75,43 @@ srv_wait_e wait_for_host(const kervInfo_t *kerv, int host_fd) {
     return kerv_stop_asked() ? SRV_STOP : SRV_READY;
 }
 
-/* One read from the host and the lines it completes; false at the end of the connection
-   (or when the channel was closed meanwhile). */
-bool read_pass(kervInfo_t *kerv, kerv_framing_t *framing) {
+/* How one pass over the host's input ended. */
+enum srv_pass_e {
+    PASS_GO_ON,         /* more may come */
+    PASS_CLOSED,        /* a STOP closed the channel */
+    PASS_HOST_GONE,     /* a read error or reset: nothing more of the host is run */
+    PASS_END_OF_STREAM, /* the host sends no more; it may still read its answers */
+};
+
+srv_pass_e close_for_stop(kervInfo_t *kerv) {
+    kerv_channel_close(kerv);
+    return PASS_CLOSED;
+}
+
+/* One read from the host and the lines it completes (or the lines a full queue left in the
+   framing buffer, without a read). */
+srv_pass_e read_pass(kervInfo_t *kerv, kerv_framing_t *framing) {
     const int host_fd = kerv_host_fd(kerv);
-    if (wait_for_room() == SRV_STOP || wait_for_host(kerv, host_fd) == SRV_STOP) {
-        kerv_channel_close(kerv);
-        return false;
+    const srv_wait_e room = wait_for_room(kerv_queue_lines_full, host_fd);
+    if (room == SRV_HOST_GONE) {
+        KERV_WARN("network/UART disconnect");
+        return PASS_HOST_GONE;
+    }
+    if (room == SRV_STOP || wait_for_host(kerv, host_fd) == SRV_STOP)
+        return close_for_stop(kerv);
+    srv_host host = {kerv, host_fd};
+    if (framing->lines_held) {
+        kerv_framing_feed(framing, 0, &kQueueSink, &host);
+        return PASS_GO_ON;
     }
     const ssize_t got = kerv_safe_read(host_fd, framing->cmd_buf + framing->cmd_buf_offset,
                                        kerv_framing_room(framing));
     /* Whatever the read brought after a STOP is not run. */
-    if (kerv_stop_asked()) {
-        kerv_channel_close(kerv);
-        return false;
-    }
+    if (kerv_stop_asked())
+        return close_for_stop(kerv);
     /* The serial device is non-blocking (for the worker's writes): readiness can pass. */
     if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
-        return true;
+        return PASS_GO_ON;
     /* The bytes just read are not NUL-terminated yet: print only what is held. */
     const int held = framing->cmd_buf_offset + (got > 0 ? static_cast<int>(got) : 0);
     KERV_DBG("cmd_buf=[%.*s], offset=[%d], size=[%d]", held, framing->cmd_buf,
@@ -91,18 +119,21 @@ bool read_pass(kervInfo_t *kerv, kerv_framing_t *framing) {
     if (got < 0) {
         KERV_WARN("network/UART error = %s", strerror(errno));
         KERV_PRINT("disconnect");
-        return false;
+        return PASS_HOST_GONE;
     }
     if (got == 0) {
         KERV_PRINT("network/UART offline. size=[%d]", 0);
         KERV_WARN("network/UART disconnect");
         KERV_PRINT("disconnect");
-        return false;
+        return PASS_END_OF_STREAM;
     }
-    srv_host host = {kerv, host_fd};
     kerv_framing_feed(framing, static_cast<size_t>(got), &kQueueSink, &host);
-    return true;
+    return PASS_GO_ON;
 }
+
+/* Asked for a host's send buffer; the kernel doubles it for its own bookkeeping. Room for
+   several long answers, far less than a host that reads nothing could bury. */
+constexpr int kHostSendBuffer = 16 * 1024;
 
 void set_host_options(int host_fd) {
     /* An answer often takes several writes (echo and text, then the line's result); none
@@ -121,6 +152,15 @@ void set_host_options(int host_fd) {
     const int stall_ms = kerv_host_stall_ms();
     const struct timeval stall = {stall_ms / 1000, (stall_ms % 1000) * 1000};
     setsockopt(host_fd, SOL_SOCKET, SO_SNDTIMEO, &stall, sizeof(stall));
+    /* A fixed, small send buffer: left to itself the kernel grows it to megabytes for a
+       host that reads nothing, and answers would pile up there unseen by the stall rule. */
+    const int send_buffer = kHostSendBuffer;
+    setsockopt(host_fd, SOL_SOCKET, SO_SNDBUF, &send_buffer, sizeof(send_buffer));
+    /* Output the host does not even acknowledge for twice the stall time ends the
+       connection in the kernel (the stall rule normally ends it first). */
+    const unsigned int unacknowledged_ms = 2u * static_cast<unsigned int>(stall_ms);
+    setsockopt(host_fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledged_ms,
+               sizeof(unacknowledged_ms));
 }
 
 /* Out of descriptors or memory, accept fails until something is freed: wait a little
@@ -133,7 +173,8 @@ void pause_after_failed_accept() {
 
 kal_bool accept_host(kervInfo_t *kerv) {
     const int listen_fd = SOCK_GetFd(kerv->sock);
-    if (wait_for(listen_fd) == SRV_STOP) {
+    if (wait_for_room(kerv_queue_departed_full, -1) == SRV_STOP ||
+        wait_for(listen_fd) == SRV_STOP) {
         kerv_channel_close(kerv);
         return KAL_TRUE;
     }
@@ -159,7 +200,8 @@ void serve_channel(kervInfo_t *kerv) {
         }
         /* Bytes left unterminated by an earlier host are not joined to this host's lines. */
         kerv_framing_reset(&framing);
-        while (kerv_host_fd(kerv) > 0 && read_pass(kerv, &framing)) {
+        srv_pass_e pass = PASS_GO_ON;
+        while (kerv_host_fd(kerv) > 0 && (pass = read_pass(kerv, &framing)) == PASS_GO_ON) {
         }
         if (kerv->sock == nullptr)
             break;
@@ -168,7 +210,8 @@ void serve_channel(kervInfo_t *kerv) {
             kerv_channel_close(kerv);
             break;
         }
-        kerv_host_release(kerv);
+        kerv_host_release(kerv,
+                          pass == PASS_END_OF_STREAM ? KERV_HOST_HALF_CLOSED : KERV_HOST_GONE);
     }
 }
 

@@ -14,21 +14,34 @@ namespace {
 
 /* The host connection cut off for not reading, until the worker closes it. Worker only. */
 int cut_off_fd = -1;
-/* The host whose output is backed up, and since when. Worker only. */
-int backed_up_fd = -1;
-long long backed_up_since = 0;
 
-/* The host has taken most of what waited for it: under a quarter of its send buffer (all
-   of it, for the serial device) is still queued. */
-bool drained(int fd) {
+/*
+ * The stall clock of the host written to last: since when its unread output has stayed
+ * backed up (-1: it is not). Worker only. It belongs to that one connection: the worker
+ * forgets it when it closes the connection, so a later host given the same descriptor
+ * number starts with a clean clock.
+ */
+struct stall_clock {
+    int fd;
+    long long since;
+};
+stall_clock stall = {-1, -1};
+
+/* Output the host has not taken that counts as backed up. A host that reads takes an
+   answer within milliseconds; a host that does not has its send buffer (kept small, see
+   channel_server.cpp) fill past this within a few answers. */
+constexpr int kBackedUpBytes = 4096;
+
+bool backed_up(int fd) {
     int queued = 0;
-    if (ioctl(fd, TIOCOUTQ, &queued) < 0)
-        return true;
-    int buffer_size = 0;
-    socklen_t size_len = sizeof(buffer_size);
-    if (getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer_size, &size_len) < 0)
-        return queued == 0;
-    return queued < buffer_size / 4;
+    return ioctl(fd, TIOCOUTQ, &queued) == 0 && queued > kBackedUpBytes;
+}
+
+/* Starts the host's clock if it is not running; how long it has run. */
+long long stalled_for(int fd, long long now) {
+    if (stall.fd != fd || stall.since < 0)
+        stall = {fd, now};
+    return now - stall.since;
 }
 
 /* Gives up on a host that took nothing for the stall time. */
@@ -78,11 +91,12 @@ void kerv_write_all(int fd, const void *buf, size_t len) {
 
 /*
  * A host whose output has stayed backed up for the stall time is given up. Backed up: a
- * write could not hand over all it had. The clock starts at the first such write and runs
- * across answers; it stops only once the host has drained most of what waits for it, which a
- * host that reads does at once. Counting every byte taken as progress would not do: a peer
- * that reads nothing still lets a few bytes in now and then while the kernel compacts its
- * receive buffer, enough to finish an answer every second or so for minutes.
+ * write could not hand over all it had, or more than kBackedUpBytes still wait unsent or
+ * unacknowledged after a write. The clock starts at the first such write and runs across
+ * answers, however slowly they come; it stops only once a write finds the host drained
+ * below that mark, which a host that reads is at once. Counting every byte taken as
+ * progress would not do: a peer that reads nothing still lets a few bytes in now and then
+ * while the kernel compacts its receive buffer.
  * A TCP host's socket carries a send time-out of the stall time, so a blocked write returns
  * by then; the serial device is non-blocking and its writes wait in poll.
  */
@@ -90,8 +104,6 @@ void kerv_host_write(int fd, const void *buf, size_t len) {
     if (fd == cut_off_fd)
         return;
     const int stall_ms = stall_time_ms();
-    if (fd != backed_up_fd)
-        backed_up_fd = -1;
     const char *next = static_cast<const char *>(buf);
     while (len > 0) {
         const ssize_t written = write_once(fd, next, len);
@@ -103,12 +115,7 @@ void kerv_host_write(int fd, const void *buf, size_t len) {
         }
         if (len == 0)
             break;
-        const long long now = kerv_now_ms();
-        if (backed_up_fd != fd) {
-            backed_up_fd = fd;
-            backed_up_since = now;
-        }
-        const long long waited = now - backed_up_since;
+        const long long waited = stalled_for(fd, kerv_now_ms());
         if (waited >= stall_ms) {
             give_up(fd, stall_ms);
             return;
@@ -118,8 +125,10 @@ void kerv_host_write(int fd, const void *buf, size_t len) {
             poll(&room, 1, static_cast<int>(stall_ms - waited));
         }
     }
-    if (backed_up_fd == fd && drained(fd))
-        backed_up_fd = -1;
+    if (!backed_up(fd))
+        stall = {fd, -1};
+    else if (stalled_for(fd, kerv_now_ms()) >= stall_ms)
+        give_up(fd, stall_ms);
 }
 
 bool kerv_host_cut_off(int fd) {
@@ -129,6 +138,6 @@ bool kerv_host_cut_off(int fd) {
 void kerv_host_forget(int fd) {
     if (fd == cut_off_fd)
         cut_off_fd = -1;
-    if (fd == backed_up_fd)
-        backed_up_fd = -1;
+    if (fd == stall.fd)
+        stall = {-1, -1};
 }

@@ -22,7 +22,8 @@ void kerv_write_all(int fd, const void *buf, size_t len);
 void kerv_host_write(int fd, const void *buf, size_t len);
 /* True when fd is a host connection that was cut off for not reading. */
 bool kerv_host_cut_off(int fd);
-/* The cut-off host's connection is being closed: its number may be reused. */
+/* The host's connection is being closed: its number may be reused, by a host that starts
+   with a clean stall clock. */
 void kerv_host_forget(int fd);
 
 #endif /* KERV_HOST_OUTPUT_H */

@@ -28,6 +28,7 @@ void kerv_framing_reset(kerv_framing_t *framing) {
     framing->cmd_buf[0] = '\0';
     framing->discarding = KAL_FALSE;
     framing->after_line = KAL_FALSE;
+    framing->lines_held = KAL_FALSE;
 }
 
 size_t kerv_framing_room(const kerv_framing_t *framing) {
@@ -40,15 +41,21 @@ void kerv_framing_feed(kerv_framing_t *framing, size_t read_len, const kerv_fram
     framing->cmd_buf[framing->cmd_buf_offset] = '\0';
     if (framing->after_line)
         drop_through(framing, 0);
+    framing->lines_held = KAL_FALSE;
     for (;;) {
         /* The NUL after the held bytes bounds the search; a NUL from the host ends a line. */
         const int line_len = static_cast<int>(strcspn(framing->cmd_buf, "\r\n"));
         if (line_len < framing->cmd_buf_offset) {
+            kal_bool more = KAL_TRUE;
             if (framing->discarding)
                 framing->discarding = KAL_FALSE;
             else
-                sink->line(ctx, framing->cmd_buf, static_cast<size_t>(line_len));
+                more = sink->line(ctx, framing->cmd_buf, static_cast<size_t>(line_len));
             drop_through(framing, line_len + 1);
+            if (!more) {
+                framing->lines_held = framing->cmd_buf_offset > 0 ? KAL_TRUE : KAL_FALSE;
+                return;
+            }
             continue;
         }
         if (framing->cmd_buf_offset == kFrameMax && !framing->discarding) {

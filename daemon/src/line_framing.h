@@ -13,6 +13,10 @@
  * the terminator are skipped, also when they arrive in a later read. A line that fills the buffer
  * without a terminator is too long: it is answered with one error and its bytes are
  * discarded up to its terminator.
+ *
+ * The sink may refuse further lines (the queue holds as many of the host's lines as it
+ * takes): framing then stops after the line just handed on, and the lines still complete
+ * in the buffer wait there (lines_held) until kerv_framing_feed is called again.
  */
 enum { KERV_FRAME_BUF_SIZE = 1024 };
 
@@ -21,19 +25,22 @@ typedef struct {
     int cmd_buf_offset;                /* number of held bytes, at most 1023 */
     kal_bool discarding;               /* inside an over-long line, waiting for its end */
     kal_bool after_line;               /* the held bytes ended with a line end */
+    kal_bool lines_held;               /* stopped by the sink: held bytes may hold lines */
 } kerv_framing_t;
 
-/* What the framer hands on: a complete line, or the error for an over-long one. */
+/* What the framer hands on: a complete line (line says whether it takes another one), or
+   the error for an over-long one. */
 typedef struct {
-    void (*line)(void *ctx, const char *line, size_t line_len);
+    kal_bool (*line)(void *ctx, const char *line, size_t line_len);
     void (*too_long)(void *ctx);
 } kerv_framing_sink_t;
 
 void kerv_framing_reset(kerv_framing_t *framing);
-/* Room for the next read, at cmd_buf + cmd_buf_offset; never 0. */
+/* Room for the next read, at cmd_buf + cmd_buf_offset; never 0 unless lines_held. */
 size_t kerv_framing_room(const kerv_framing_t *framing);
-/* Takes in read_len bytes just read into the room and hands on every line now complete,
-   in order, so that no complete line waits for more input. */
+/* Takes in read_len bytes just read into the room (0 to go on with held lines) and hands
+   on every line now complete, in order, so that no complete line waits for more input,
+   until the sink refuses more. */
 void kerv_framing_feed(kerv_framing_t *framing, size_t read_len, const kerv_framing_sink_t *sink,
                        void *ctx);
 

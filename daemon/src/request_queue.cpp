@@ -18,6 +18,7 @@ pthread_cond_t ConditionAppReqList = PTHREAD_COND_INITIALIZER;
 int queued_lines = 0;
 size_t queued_line_bytes = 0;
 int queued_urcs = 0;
+int queued_departed = 0;
 kal_uint32 dropped_urcs = 0;
 /* The channel server thread waits on the room line for the worker to take lines. */
 bool room_wanted = false;
@@ -84,6 +85,16 @@ bool lines_full() {
     return queued_lines >= KERV_QUEUE_MAX_LINES || queued_line_bytes >= KERV_QUEUE_MAX_LINE_BYTES;
 }
 
+bool departed_full() {
+    return queued_departed >= KERV_QUEUE_MAX_DEPARTED;
+}
+
+/* Under the lock: the channel server thread waits for whichever room it asked for. */
+kal_bool want_room_while(bool full) {
+    room_wanted = full;
+    return full ? KAL_TRUE : KAL_FALSE;
+}
+
 /* Under the lock: counts req in (sign 1) or out (sign -1). */
 void count(const struct req *req, int sign) {
     if (is_line(req)) {
@@ -92,6 +103,8 @@ void count(const struct req *req, int sign) {
             sign > 0 ? queued_line_bytes + req->text_len : queued_line_bytes - req->text_len;
     } else if (req->kind == KERV_WORK_URC) {
         queued_urcs += sign;
+    } else if (req->kind == KERV_WORK_HOST_CLOSED) {
+        queued_departed += sign;
     }
 }
 
@@ -107,6 +120,33 @@ struct req *unlink_oldest_urc() {
         }
     }
     return nullptr;
+}
+
+/*
+ * Under the lock: unlinks every queued line of host_fd onto dropped, or with a half-closed
+ * host marks them; gives where the host's closed notice goes (behind the last line kept).
+ */
+struct list *settle_host_lines(int host_fd, kerv_host_end_e end, struct list *dropped,
+                               kal_uint32 *count_dropped) {
+    struct list *notice_after = &appReqList;
+    struct list *link = appReqList.next;
+    while (link != &appReqList) {
+        struct list *following = link->next;
+        auto *queued = reinterpret_cast<struct req *>(link);
+        if (is_line(queued) && queued->fd == host_fd) {
+            if (end == KERV_HOST_HALF_CLOSED) {
+                queued->host_ended = KAL_TRUE;
+                notice_after = link;
+            } else {
+                list_del(link);
+                count(queued, -1);
+                list_add_tail(link, dropped);
+                (*count_dropped)++;
+            }
+        }
+        link = following;
+    }
+    return notice_after;
 }
 
 } // namespace
@@ -146,7 +186,7 @@ struct req *appReqDequeue() {
         return nullptr;
     auto *req = reinterpret_cast<struct req *>(first);
     count(req, -1);
-    if (room_wanted && !lines_full()) {
+    if (room_wanted && !lines_full() && !departed_full()) {
         room_wanted = false;
         eventfd_write(room_fd, 1);
     }
@@ -155,8 +195,32 @@ struct req *appReqDequeue() {
 
 kal_bool kerv_queue_lines_full() {
     QueueLock lock;
-    room_wanted = lines_full();
-    return room_wanted ? KAL_TRUE : KAL_FALSE;
+    return want_room_while(lines_full());
+}
+
+kal_bool kerv_queue_departed_full() {
+    QueueLock lock;
+    return want_room_while(departed_full());
+}
+
+kal_uint32 kerv_queue_host_gone(int host_fd, kerv_host_end_e end, struct req *closed_notice) {
+    struct list dropped = {&dropped, &dropped};
+    kal_uint32 count_dropped = 0;
+    {
+        QueueLock lock;
+        check_queue_head();
+        if (closed_notice == nullptr)
+            end = KERV_HOST_GONE;
+        struct list *notice_after = settle_host_lines(host_fd, end, &dropped, &count_dropped);
+        if (closed_notice != nullptr) {
+            list_add(&closed_notice->next, notice_after);
+            count(closed_notice, 1);
+        }
+    }
+    pthread_cond_signal(&ConditionAppReqList);
+    while (!list_empty(&dropped))
+        kerv_req_free(reinterpret_cast<struct req *>(list_remove_head(&dropped)));
+    return count_dropped;
 }
 
 int kerv_queue_room_fd() {
@@ -187,6 +251,7 @@ struct req *kerv_req_create(kerv_work_e kind, int fd, const char *text, size_t t
     req->fd = fd;
     req->kind = kind;
     req->request = nullptr;
+    req->host_ended = KAL_FALSE;
     req->text_len = text != nullptr ? text_len : 0;
     if (text != nullptr) {
         memcpy(req->text, text, text_len);

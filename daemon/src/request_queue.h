@@ -33,6 +33,7 @@ struct req {
     int fd;           /* where the element's output goes */
     kerv_work_e kind;
     kervRequest_t *request; /* KERV_WORK_CONTROL: the application's record, owned */
+    kal_bool host_ended;    /* line: its host's end of stream was seen after it was queued */
     size_t text_len;        /* line or URC: bytes in text, without its NUL */
     char text[];            /* line or URC, NUL-terminated; sized to fit */
 };
@@ -60,6 +61,27 @@ struct req *appReqDequeue();
  */
 enum { KERV_QUEUE_MAX_LINES = 32, KERV_QUEUE_MAX_LINE_BYTES = 4096, KERV_QUEUE_MAX_URCS = 256 };
 kal_bool kerv_queue_lines_full();
+/*
+ * A host has ended and its connection goes to the worker with closed_notice, a
+ * KERV_WORK_HOST_CLOSED element, which the worker runs as soon as nothing of the host is
+ * queued or running: right behind the host's last queued line, or at the head of the queue.
+ * KERV_HOST_GONE (reset, cut off, the channel stopped): the lines the host still has queued
+ * are unlinked and released (their number is returned); nothing of it runs after this call.
+ * KERV_HOST_HALF_CLOSED (end of stream): the host may still read, so its lines stay, marked
+ * host_ended; the worker drops them once the connection shows that the host has gone.
+ * Takes over closed_notice; without one (no memory was left for it) the lines are dropped
+ * all the same.
+ */
+typedef enum { KERV_HOST_GONE, KERV_HOST_HALF_CLOSED } kerv_host_end_e;
+kal_uint32 kerv_queue_host_gone(int host_fd, kerv_host_end_e end, struct req *closed_notice);
+/*
+ * Departed connections waiting for the worker to close them are bounded too: while
+ * KERV_QUEUE_MAX_DEPARTED of them wait, the channel server thread accepts no new host (and
+ * waits on the room line like for lines), so a reconnect storm during a long modem wait
+ * cannot run the daemon out of descriptors.
+ */
+enum { KERV_QUEUE_MAX_DEPARTED = 8 };
+kal_bool kerv_queue_departed_full();
 int kerv_queue_room_fd();
 void kerv_queue_room_taken();
 /* URCs dropped since the last call, once no URC is queued any more (the episode is over);

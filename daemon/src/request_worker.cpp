@@ -10,6 +10,7 @@
 #include "request_queue.h"
 
 #include <climits>
+#include <poll.h>
 #include <unistd.h>
 
 namespace {
@@ -47,8 +48,15 @@ void report_dropped_urcs(worker_state *worker) {
     worker->urcs_reported_ms = now;
 }
 
+/* A host that closed its sending side may still read; once its connection reports the
+   host gone for good (it was reset, or refused an answer), its remaining lines are not run. */
+bool host_has_left(int host_fd) {
+    struct pollfd connection = {host_fd, 0, 0};
+    return poll(&connection, 1, 0) > 0 && (connection.revents & (POLLHUP | POLLERR)) != 0;
+}
+
 void run_line(worker_state *worker, const struct req *req) {
-    if (kerv_host_cut_off(req->fd)) {
+    if (kerv_host_cut_off(req->fd) || (req->host_ended && host_has_left(req->fd))) {
         worker->dropped_lines++;
         return;
     }
@@ -58,14 +66,15 @@ void run_line(worker_state *worker, const struct req *req) {
         kerv_host_write(req->fd, kErrorResult, sizeof(kErrorResult) - 1);
 }
 
-/* All lines of a departed host have run: its connection can go. */
+/* Nothing of a departed host is queued or running any more: its connection can go. */
 void close_host(worker_state *worker, int host_fd) {
-    if (kerv_host_cut_off(host_fd)) {
+    if (kerv_host_cut_off(host_fd))
         KERV_WARN("host fd %d took no output for %d ms: cut off, %u queued lines dropped", host_fd,
                   kerv_host_stall_ms(), worker->dropped_lines);
-        worker->dropped_lines = 0;
-        kerv_host_forget(host_fd);
-    }
+    else if (worker->dropped_lines > 0)
+        KERV_WARN("host fd %d has gone: %u queued lines dropped", host_fd, worker->dropped_lines);
+    worker->dropped_lines = 0;
+    kerv_host_forget(host_fd);
     close(host_fd);
 }
 

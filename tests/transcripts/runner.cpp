@@ -229,6 +229,7 @@ class Player {
             [](void *ctx, const char *line, size_t line_len) {
                 rmmi_process_multi_cmd(*static_cast<int *>(ctx),
                                        std::string(line, line_len).c_str());
+                return KAL_TRUE;
             },
             [](void *ctx) {
                 const ssize_t written = write(*static_cast<int *>(ctx), "\r\nERROR\r\n", 9);
