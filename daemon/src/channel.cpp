@@ -9,11 +9,13 @@
 #include "engine_context.h"
 #include "sncfg.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -28,6 +30,10 @@ constexpr unsigned int kDefaultPort = 5556;
    kerv_destory on the worker, once the channel server thread has ended. */
 kervInfo_t *kervInfoPool = nullptr;
 kal_uint32 kervInfoCnt = 0;
+
+/* KERV_SERIAL_REOPEN: the serial device is opened again after it hung up. Set by
+   kerv_info_init before the threads start. */
+bool serial_reopen = false;
 
 /* Stop line: [0] for kerv_deinit (main thread), [1] for the channel server thread. */
 int stopLine[2] = {-1, -1};
@@ -150,37 +156,65 @@ struct termios *save_serial_settings(int fd, const char *path) {
     return saved;
 }
 
+/* Puts the device in the channel's raw mode, raises its modem lines and discards what it
+   received before; false when the mode cannot be set. */
+bool make_channel_device(int fd, const struct termios *saved) {
+    struct termios raw = *saved;
+    make_raw(&raw);
+    if (tcsetattr(fd, TCSANOW, &raw) != 0)
+        return false;
+    int lines = TIOCM_DTR | TIOCM_RTS;
+    ioctl(fd, TIOCMBIS, &lines); /* a device without modem lines refuses; that is fine */
+    tcflush(fd, TCIFLUSH);
+    return true;
+}
+
+/* The device stays non-blocking: the channel server thread waits for input in poll, and
+   the worker's writes must be able to give up on a device that takes nothing. */
+int open_device(const char *path) {
+    return open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+}
+
 kal_int32 open_serial_channel(kervInfo_t *kerv) {
     const char *path = kerv_serial_device_path();
     KERV_PRINT("kerv channel is KERV_CHANNEL_UART");
     KERV_DBG("kerv channel is KERV_CHANNEL_UART");
-    const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const int fd = open_device(path);
     if (fd < 0) {
         KERV_WARN("cannot open %s", path);
         return 0;
     }
     KERV_DBG("Opened serial port");
-    /* The device stays non-blocking: the channel server thread waits for input in poll,
-       and the worker's writes must be able to give up on a device that takes nothing. */
     struct termios *saved = save_serial_settings(fd, path);
     if (saved == nullptr) {
         close(fd);
         return 0;
     }
-    struct termios raw = *saved;
-    make_raw(&raw);
-    if (tcsetattr(fd, TCSANOW, &raw) != 0) {
+    if (!make_channel_device(fd, saved)) {
         KERV_WARN("setting serial tc failed.");
         free_ctrl_buffer(saved);
         close(fd);
         return 0;
     }
-    int lines = TIOCM_DTR | TIOCM_RTS;
-    ioctl(fd, TIOCMBIS, &lines); /* a device without modem lines refuses; that is fine */
-    tcflush(fd, TCIFLUSH);
     kerv->sock = saved;
     kerv_set_host_fd(kerv, fd);
     return 1;
+}
+
+/* One try at opening the device again in the channel's mode; the descriptor or -1. */
+int reopen_device(const char *path, const struct termios *saved) {
+    const int fd = open_device(path);
+    if (fd >= 0 && !make_channel_device(fd, saved)) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+/* Waits ms or until a STOP comes; true when it came. */
+bool stop_during(int ms) {
+    struct pollfd stop = {stopLine[1], POLLIN, 0};
+    return poll(&stop, 1, ms) > 0 || stop_asked.load();
 }
 
 void close_serial_channel(kervInfo_t *kerv) {
@@ -239,6 +273,8 @@ int kerv_info_init(kervInfo_t *kerv) {
         print_lookup("KERV_LISTEN_PORT", port);
     kerv->port = static_cast<unsigned int>(port);
     kerv->channel = channel_from_config();
+    unsigned long reopen = 0;
+    serial_reopen = kerv_cfg_number("KERV_SERIAL_REOPEN", &reopen) == KERV_CFG_SET && reopen != 0;
     KERV_FUNC(" EXIT");
     return 1;
 }
@@ -368,6 +404,36 @@ void kerv_channel_close(kervInfo_t *kerv) {
     }
     kerv->sock = nullptr;
     KERV_PRINT("close new_fd.");
+}
+
+kal_bool kerv_serial_reopen(kervInfo_t *kerv) {
+    if (!serial_reopen || kerv->channel != KERV_CHANNEL_UART || kerv->sock == nullptr)
+        return KAL_FALSE;
+    const char *path = kerv_serial_device_path();
+    const auto *saved = static_cast<const struct termios *>(kerv->sock);
+    /* The old descriptor is dead: the worker closes it once the request it may be running
+       ends; what the host had queued goes with it. */
+    kerv_host_release(kerv, KERV_HOST_GONE);
+    KERV_WARN("serial device %s hung up: opening it again", path);
+    /* A device that is back at once (the gadget port stays) is opened after the first
+       pause; one that is gone (cable out) is tried less often, up to twice a second. */
+    constexpr int kFirstPauseMs = 100, kLongestPauseMs = 500;
+    bool failure_told = false;
+    for (int pause_ms = kFirstPauseMs;; pause_ms = std::min(2 * pause_ms, kLongestPauseMs)) {
+        if (stop_during(pause_ms)) {
+            kerv_channel_close(kerv);
+            return KAL_FALSE;
+        }
+        const int fd = reopen_device(path, saved);
+        if (fd >= 0) {
+            kerv_set_host_fd(kerv, fd);
+            KERV_WARN("serial device %s open again", path);
+            return KAL_TRUE;
+        }
+        if (!failure_told)
+            KERV_WARN("cannot open %s : %s !! (trying again)", path, strerror(errno));
+        failure_told = true;
+    }
 }
 
 void kerv_destory() {

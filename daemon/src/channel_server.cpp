@@ -2,7 +2,7 @@
 
 #include "csocket.h"
 #include "daemon_config.h"
-#include "footprint.h"
+#include "start_barrier.h"
 #include "request_queue.h"
 #include "two_step.h"
 
@@ -229,6 +229,10 @@ void serve_channel(kervInfo_t *kerv) {
         srv_pass_e pass = PASS_GO_ON;
         while (kerv_host_fd(kerv) > 0 && (pass = read_pass(kerv, &framing)) == PASS_GO_ON) {
         }
+        if (kerv->sock == nullptr)
+            break;
+        if (kerv_serial_reopen(kerv))
+            continue;
         if (kerv->sock == nullptr)
             break;
         if (kerv->channel == KERV_CHANNEL_UART) {

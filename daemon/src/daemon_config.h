@@ -18,9 +18,6 @@ int kerv_host_stall_ms();
    KERVD_CONTROL_TIMEOUT_MS, default 5000. */
 int kerv_control_timeout_ms();
 
-/* Milliseconds on the monotonic clock, for the time-outs above. */
-long long kerv_now_ms();
-
 /* What a store lookup found. */
 typedef enum {
     KERV_CFG_MISSING, /* the key cannot be read */

@@ -1,10 +1,11 @@
 #include "request_worker.h"
+#include "kal_io.h"
 
 #include "channel.h"
 #include "control_handler.h"
 #include "daemon_config.h"
 #include "engine_entry.h"
-#include "footprint.h"
+#include "start_barrier.h"
 #include "host_output.h"
 #include "kal_gather.h"
 #include "request_queue.h"
@@ -69,7 +70,7 @@ void close_prompt(worker_state *worker) {
 void report_dropped_urcs(worker_state *worker) {
     constexpr long long kUrcReportMs = 10000;
     worker->dropped_urcs += kerv_queue_take_dropped_urcs();
-    const long long now = kerv_now_ms();
+    const long long now = kal_now_ms();
     if (worker->dropped_urcs == 0 || now - worker->urcs_reported_ms < kUrcReportMs)
         return;
     KERV_WARN("%u URCs dropped: the host took them slower than they came", worker->dropped_urcs);

@@ -2,6 +2,7 @@
 
 #include "kal_common.h"
 #include "kal_gather.h"
+#include "kal_io.h"
 #include "channel.h"
 #include "daemon_config.h"
 #include "request_queue.h"
@@ -121,9 +122,28 @@ int request_init() {
     return fd;
 }
 
+void kerv_open_standard_fds() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
+        if (fcntl(fd, F_GETFD) >= 0 || errno != EBADF)
+            continue;
+        /* The lowest free number is fd itself. */
+        if (open("/dev/null", O_RDWR) < 0)
+            exit(-1);
+    }
+}
+
+/* Whatever stands at the pid file's path is not followed (a link in a directory others may
+   write could point anywhere) nor waited for (a FIFO with no reader): only a regular file is
+   taken. */
 int pidfile_acquire() {
     const char *path = kerv_pidfile_path();
-    const int fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    int fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
+    struct stat opened;
+    if (fd >= 0 && (fstat(fd, &opened) != 0 || !S_ISREG(opened.st_mode))) {
+        close(fd);
+        fd = -1;
+        errno = EINVAL;
+    }
     if (fd < 0) {
         KERV_PRINT("Can't open pidfile %s : %s !!", path, strerror(errno));
         return fd;
@@ -162,21 +182,16 @@ void config_signal() {
     kal_init(static_cast<unsigned int>(level));
 }
 
-/* Signal context: only async-signal-safe calls, so the line is built by hand. */
+/* Signal context: only async-signal-safe calls, so the line is built by hand; a standard
+   output that takes nothing more loses the line rather than hold the control loop. */
 void handle_debug(int sig) {
     char line[48] = "handle_debug: signal [";
     size_t len = strlen(line);
-    char digits[12];
-    size_t digit_count = 0;
-    for (unsigned int n = static_cast<unsigned int>(sig); digit_count == 0 || n != 0; n /= 10)
-        digits[digit_count++] = static_cast<char>('0' + n % 10);
-    while (digit_count > 0)
-        line[len++] = digits[--digit_count];
+    len += kal_put_decimal(line + len, static_cast<unsigned int>(sig));
     line[len++] = ']';
     line[len++] = '\n';
     const int saved_errno = errno;
-    const ssize_t ignored = write(STDOUT_FILENO, line, len);
-    (void)ignored;
+    kal_write_without_blocking(STDOUT_FILENO, line, len);
     errno = saved_errno;
 }
 

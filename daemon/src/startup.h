@@ -6,6 +6,9 @@
 #ifndef KERV_START_H
 #define KERV_START_H
 
+/* Descriptors 0 to 2 are open (on /dev/null where they were closed), so that no socket or
+   file the daemon opens later takes one of their numbers; before anything else is opened. */
+void kerv_open_standard_fds();
 /* The listening control socket (the queue head is also set empty), or -1. */
 int request_init();
 /* The open, locked pid file, or a negative value. */

@@ -26,8 +26,10 @@ void kal_gather_end(void);
 /* The gathered lines go out now; gathering goes on. */
 void kal_gather_flush(void);
 /*
- * Async-signal-safe: writes the complete lines gathered so far. For a handler of a signal
- * that ends the process, so that the last request's lines are not lost with it.
+ * Async-signal-safe: writes the complete lines gathered so far, without ever blocking. For a
+ * handler of a signal that ends the process, so that the last request's lines are not lost
+ * with it; a process whose standard output takes nothing more still ends at once: what does
+ * not fit is dropped, and the drop is said in one line if there is room for it.
  */
 void kal_gather_write_on_signal(void);
 

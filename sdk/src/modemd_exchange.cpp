@@ -1,6 +1,7 @@
 #include "modemd_exchange.h"
 
 #include "kal_gather.h"
+#include "kal_io.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -10,7 +11,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace {
@@ -66,10 +66,46 @@ sockaddr_in modemd_address() {
 
 enum class WaitOutcome { Readable, Failed, TimedOut };
 
-long long monotonic_millis() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+/*
+ * The exchange socket is connected to the modem daemon's address and port, so that the
+ * kernel hands it datagrams from there only: no other local sender can answer for the modem
+ * daemon, nor fill the socket with datagrams that would crowd out the real answer.
+ */
+int open_exchange_socket() {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return -1;
+    const sockaddr_in address = modemd_address();
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+/* A connected socket learns that nothing listens on the modem daemon's port (an ICMP
+   refusal) as a pending error. The modem daemon may be starting: that is no answer, and
+   the waits go on as for silence. Reading the error clears it. */
+void forget_refusal(int fd) {
+    int pending = 0;
+    socklen_t pending_len = sizeof(pending);
+    getsockopt(fd, SOL_SOCKET, SO_ERROR, &pending, &pending_len);
+}
+
+/* Polls until the answer is readable (1) or the wait ends (0), or -1 with errno. A signal
+   or a refusal neither ends nor restarts the wait. */
+int poll_until(int fd, long long wait_ends) {
+    for (;;) {
+        const long long left = wait_ends - kal_now_ms();
+        pollfd watched{fd, POLLIN, 0};
+        const int ready = poll(&watched, 1, left > 0 ? static_cast<int>(left) : 0);
+        if (ready > 0 && (watched.revents & POLLIN) == 0) {
+            forget_refusal(fd);
+            continue;
+        }
+        if (ready >= 0 || errno != EINTR)
+            return ready;
+    }
 }
 
 /*
@@ -81,13 +117,7 @@ long long monotonic_millis() {
 WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
     const int one_wait = wait_millis();
     while (timeout_count > 0) {
-        const long long second_ends = monotonic_millis() + one_wait;
-        int ready;
-        do {
-            const long long left = second_ends - monotonic_millis();
-            pollfd watched{fd, POLLIN, 0};
-            ready = poll(&watched, 1, left > 0 ? static_cast<int>(left) : 0);
-        } while (ready < 0 && errno == EINTR);
+        const int ready = poll_until(fd, kal_now_ms() + one_wait);
         if (ready > 0)
             return WaitOutcome::Readable;
         if (ready < 0) {
@@ -126,15 +156,13 @@ void modemd_build_request(Modem_Request_t *req, kal_uint32 token, kal_uint32 tar
 modemd_status_enum modemd_exchange(const Modem_Request_t *req, Modem_Response_t *resp,
                                    int timeout_count, modemd_trace_fn trace, kal_int32 *detail) {
     *detail = 0;
-    SocketGuard sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    SocketGuard sock(open_exchange_socket());
     if (sock.fd < 0)
         return MODEMD_SOCKET_FAILED;
     trace(req);
 
-    const sockaddr_in address = modemd_address();
     const ssize_t datagram_len = MODEM_REQUEST_HEADER_SIZE + req->data_len;
-    const ssize_t sent = sendto(sock.fd, req, datagram_len, 0,
-                                reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+    const ssize_t sent = send(sock.fd, req, datagram_len, 0);
     if (sent != datagram_len) {
         *detail = static_cast<kal_int32>(sent);
         return MODEMD_SEND_FAILED;
