@@ -1,9 +1,11 @@
 #include "channel.h"
 
+#include "two_step.h"
 #include "csocket.h"
 #include "daemon_config.h"
 #include "mutex_guard.h"
 #include "request_queue.h"
+#include "two_step.h"
 #include "engine_context.h"
 #include "sncfg.h"
 
@@ -300,6 +302,9 @@ int kerv_info_reload(kervInfo_t *kerv) {
     }
     kerv->modemd_target_type = target_from_config();
     look_up_result_format();
+    unsigned long prompt_commands = 0;
+    kerv_cfg_number("KERV_PROMPT_COMMANDS", &prompt_commands);
+    kerv_two_step_configure(prompt_commands != 0 ? KAL_TRUE : KAL_FALSE);
     rmmi_read_custom_default_setting(
         static_cast<rmmi_process_multi_cmd_type>(kerv->cmd_source_type),
         static_cast<rmmi_modemd_target_type>(kerv->modemd_target_type),

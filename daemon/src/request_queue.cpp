@@ -78,7 +78,9 @@ void check_queue_head() {
 }
 
 bool is_line(const struct req *req) {
-    return req->kind == KERV_WORK_LINE || req->kind == KERV_WORK_LINE_TOO_LONG;
+    return req->kind == KERV_WORK_LINE || req->kind == KERV_WORK_LINE_TOO_LONG ||
+           req->kind == KERV_WORK_PROMPT || req->kind == KERV_WORK_TWO_STEP ||
+           req->kind == KERV_WORK_PROMPT_CANCEL;
 }
 
 bool lines_full() {

@@ -22,6 +22,9 @@
 typedef enum {
     KERV_WORK_LINE,          /* run the host line in text; answers go to fd */
     KERV_WORK_LINE_TOO_LONG, /* answer the host on fd with "\r\nERROR\r\n" */
+    KERV_WORK_PROMPT,        /* two-step command line in text: echo it and prompt on fd */
+    KERV_WORK_TWO_STEP,      /* line, CR, message text, Ctrl-Z: one modem request for fd */
+    KERV_WORK_PROMPT_CANCEL, /* the text was cancelled: answer the host on fd */
     KERV_WORK_URC,           /* write text to the host connected at that moment */
     KERV_WORK_CONTROL,       /* an application's request (RELOAD); answer on fd */
     KERV_WORK_HOST_CLOSED,   /* the host on fd has gone: close fd after its lines */

@@ -1,6 +1,7 @@
 #include "engine_context.h"
 
 #include "kal_io.h"
+#include "kerv_md_request.h"
 
 #include <cerrno>
 #include <cstring>
@@ -112,6 +113,10 @@ void rmmi_read_custom_default_setting(rmmi_process_multi_cmd_type type,
 
 rmmi_context_struct *rmmi_get_context_ptr(void) {
     return RMMI_PTR;
+}
+
+kal_uint32 rmmi_relay_target(const rmmi_context_struct *context) {
+    return context->chip_type == RMMI_MODEMD_LTE ? MODEM_TARGET_LTE : MODEM_TARGET_MD;
 }
 
 void rmmi_reset(void) {

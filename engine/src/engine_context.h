@@ -113,6 +113,8 @@ void rmmi_read_custom_default_setting(rmmi_process_multi_cmd_type type,
                                       rmmi_modemd_target_type ctype,
                                       rmmi_result_code_format format);
 rmmi_context_struct *rmmi_get_context_ptr(void);
+/* The modem that receives relayed commands: LTE when chosen, otherwise the 2G/3G modem. */
+kal_uint32 rmmi_relay_target(const rmmi_context_struct *context);
 /* Puts the user-settable part of the context back to its reset values. */
 void rmmi_reset(void);
 

@@ -20,6 +20,17 @@ extern "C" {
  */
 void rmmi_process_multi_cmd(int fd, const char *arg);
 
+/*
+ * Two-step commands (a command line, then a message text up to Ctrl-Z), request worker
+ * thread only. rmmi_two_step_prompt writes the line's echo (when echo is on) and the prompt
+ * "\r\n> "; rmmi_two_step_send relays request (the line, its carriage return, the text and
+ * the Ctrl-Z) to the modem as one request and writes its answer unchanged ("\r\nERROR\r\n"
+ * when the modem daemon gives none); rmmi_two_step_cancel answers a text cancelled with ESC.
+ */
+void rmmi_two_step_prompt(int fd, const char *line);
+void rmmi_two_step_send(int fd, const char *request);
+void rmmi_two_step_cancel(int fd);
+
 /* Generation hash of a command name such as "AT+CGDCONT" or "+cgdcont". */
 kal_bool rmmi_custom_compute_at_cmd(const kal_char *arg, kal_uint32 *h1, kal_uint32 *h2);
 
