@@ -1,6 +1,5 @@
 #include "channel.h"
 
-#include "two_step.h"
 #include "csocket.h"
 #include "daemon_config.h"
 #include "mutex_guard.h"
@@ -277,6 +276,9 @@ int kerv_info_init(kervInfo_t *kerv) {
     kerv->channel = channel_from_config();
     unsigned long reopen = 0;
     serial_reopen = kerv_cfg_number("KERV_SERIAL_REOPEN", &reopen) == KERV_CFG_SET && reopen != 0;
+    unsigned long prompt_commands = 0;
+    kerv_cfg_number("KERV_PROMPT_COMMANDS", &prompt_commands);
+    kerv_two_step_configure(prompt_commands != 0 ? KAL_TRUE : KAL_FALSE);
     KERV_FUNC(" EXIT");
     return 1;
 }
@@ -302,9 +304,6 @@ int kerv_info_reload(kervInfo_t *kerv) {
     }
     kerv->modemd_target_type = target_from_config();
     look_up_result_format();
-    unsigned long prompt_commands = 0;
-    kerv_cfg_number("KERV_PROMPT_COMMANDS", &prompt_commands);
-    kerv_two_step_configure(prompt_commands != 0 ? KAL_TRUE : KAL_FALSE);
     rmmi_read_custom_default_setting(
         static_cast<rmmi_process_multi_cmd_type>(kerv->cmd_source_type),
         static_cast<rmmi_modemd_target_type>(kerv->modemd_target_type),
