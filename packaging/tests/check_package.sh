@@ -103,7 +103,9 @@ unit=$(find "$root" -name kervd.service)
 if command -v systemd-analyze >/dev/null; then
   mkdir "$work/unit"
   sed -e "s|^\(Exec[A-Za-z]*=-*\)\(/usr/[^ ]*\)|\1$root\2|" "$unit" > "$work/unit/kervd.service"
-  verdict=$(MANPATH="$root/usr/share/man" systemd-analyze verify "$work/unit/kervd.service" 2>&1) \
+  # Its Documentation= names kervd(8): the unpacked manual page must be there.
+  man_dir=$(dirname "$(dirname "$(find "$root" -name kervd.8.gz)")")
+  verdict=$(MANPATH="$man_dir" systemd-analyze verify "$work/unit/kervd.service" 2>&1) \
     && [ -z "$verdict" ] || fail "systemd-analyze verify: $verdict"
   exposure=$(systemd-analyze security --offline=true "$work/unit/kervd.service" 2>&1 |
              sed -n 's/.*Overall exposure level for kervd.service: \([0-9.]*\).*/\1/p')

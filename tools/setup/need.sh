@@ -33,4 +33,4 @@ if [ -z "$(find /var/lib/apt/lists -maxdepth 1 -name '*_Packages*' -mmin -60 2>/
   apt-get update -q
 fi
 # shellcheck disable=SC2086 # one word per package
-apt-get install -y -q --no-install-recommends $missing < /dev/null
+apt-get install -y -q $missing < /dev/null
