@@ -115,8 +115,15 @@ const std::string &keeper_mark() {
         int line[2];
         if (pipe2(line, O_CLOEXEC) != 0)
             return text;
-        if (fork() == 0)
-            keep(line[0], text.c_str(), text.size() + 1);
+        /* Forked twice, so that the keeper is no child of this process: CTest kills a test's
+           children together with the test. */
+        const pid_t forker = fork();
+        if (forker == 0) {
+            if (fork() == 0)
+                keep(line[0], text.c_str(), text.size() + 1);
+            _exit(0);
+        }
+        exit_status(forker);
         close(line[0]); /* line[1] stays open, and the keeper waiting, until this process ends */
         return text;
     }();
