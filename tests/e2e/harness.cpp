@@ -195,30 +195,6 @@ bool process_running(pid_t pid) {
 
 } // namespace
 
-TempDir::TempDir() {
-    char pattern[] = "/tmp/kerv-e2e-XXXXXX";
-    path = mkdtemp(pattern);
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-}
-
-ScopedSetting::ScopedSetting(const char *name_, const char *value) : name(name_) {
-    const char *current = getenv(name_);
-    was_set = current != nullptr;
-    earlier = was_set ? current : "";
-    setenv(name_, value, 1);
-}
-
-ScopedSetting::~ScopedSetting() {
-    if (was_set)
-        setenv(name.c_str(), earlier.c_str(), 1);
-    else
-        unsetenv(name.c_str());
-}
-
 size_t count_of(const std::string &text, const std::string &what) {
     size_t count = 0;
     for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
