@@ -125,7 +125,7 @@ done
 [ -n "$sim_port" ] || fail "modemd-sim did not start: $(cat "$work/sim.log")"
 
 # Ports of our own, below the kernel's ephemeral range, from the sample store.
-port=$((20000 + $$ % 10000 * 2))
+port=$((20000 + $$ % 6000 * 2))
 sed -e "s/^KERV_LISTEN_PORT=.*/KERV_LISTEN_PORT=$port/" \
     -e "s/^KERV_URC_LISTEN_PORT=.*/KERV_URC_LISTEN_PORT=$((port + 1))/" \
     -e "s/^KERV_DEBUG=.*/KERV_DEBUG=1/" \

@@ -10,8 +10,6 @@ namespace {
 
 class Store : public testing::Test {
   protected:
-    void SetUp() override { setenv("SNCFG_FILE", path.c_str(), 1); }
-    void TearDown() override { unsetenv("SNCFG_FILE"); }
     void write_store(const std::string &text) { std::ofstream(path, std::ios::binary) << text; }
     /* The value of key, "<none>" when present without one, "<fail>" when the lookup fails. */
     static std::string get(const char *key) {
@@ -23,7 +21,8 @@ class Store : public testing::Test {
         return text;
     }
     rmmi_test::TempDir dir;
-    std::string path = dir.path + "/sncfg.conf";
+    std::string path = dir.file("sncfg.conf");
+    rmmi_test::ScopedSetting store{"SNCFG_FILE", path.c_str()};
 };
 
 TEST_F(Store, FileFormatRules) {
