@@ -28,8 +28,8 @@ test: build
 	ctest --test-dir $(BUILD) $(CTEST_ARGS) -LE 'slow|hosts'
 
 # Real host programs (gammu, wvdialconf, picocom, ModemManager, smsd) against kervd; each
-# test skips when its program is missing (apt-get install gammu wvdial picocom minicom
-# modemmanager smstools socat dbus).
+# test skips when its program is missing (apt-get install gammu wvdial picocom
+# modemmanager polkitd smstools socat dbus).
 test-hosts: build
 	ctest --test-dir $(BUILD) $(CTEST_ARGS) -L hosts
 

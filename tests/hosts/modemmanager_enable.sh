@@ -4,7 +4,7 @@
 # mount namespace whose /dev holds the host's pty as ttyUSB0 and whose /sys describes it as
 # a USB modem's serial port, which is all ModemManager knows of a device without udev.
 . "$(dirname "$0")/lib.sh"
-need ModemManager mmcli dbus-daemon socat unshare
+need ModemManager mmcli dbus-daemon dbus-send socat unshare
 unshare -m true 2>/dev/null || skip "no private mount namespace here (needs root)"
 plugin=$(compgen -G '/usr/lib/*/ModemManager/libmm-plugin-generic.so' | head -n1) ||
   skip "ModemManager has no generic plug-in"
