@@ -1,24 +1,28 @@
 #!/usr/bin/env bash
-# ModemManager probes the port, reads the identity and enables the modem. It runs on a
-# private bus with its udev-less test options and only the generic plug-in, in a private
-# mount namespace whose /dev holds the host's pty as ttyUSB0 and whose /sys describes it as
-# a USB modem's serial port, which is all ModemManager knows of a device without udev.
+# ModemManager probes the port, reads the identity, enables the modem, follows a +CREG URC
+# and sends an SMS (KERV_PROMPT_COMMANDS on) through kervd. It runs on a private bus with
+# its udev-less test options and only the generic plug-in, in a private mount namespace
+# whose /dev holds the host's pty as ttyUSB0 and whose /sys describes it as a USB modem's
+# serial port, which is all ModemManager knows of a device without udev.
 . "$(dirname "$0")/lib.sh"
 need ModemManager mmcli dbus-daemon dbus-send socat unshare
 unshare -m true 2>/dev/null || skip "no private mount namespace here (needs root)"
 plugin=$(compgen -G '/usr/lib/*/ModemManager/libmm-plugin-generic.so' | head -n1) ||
   skip "ModemManager has no generic plug-in"
 polkitd=$(compgen -G '/usr/lib*/polkit*/polkitd' | head -n1) || skip "polkitd is not installed"
-# What the stand-in lacks for ModemManager's enable sequence: registration URCs switched on
-# and the operator format.
+# What the stand-in lacks for ModemManager's enable sequence: registration URCs switched on,
+# the operator format, and the messaging settings' ranges.
 cat >"$tmp/rules" <<'RULES'
 AT+CREG=2 => \r\nOK\r\n
 AT+CGREG=2 => \r\nOK\r\n
 AT+COPS=3,2 => \r\nOK\r\n
 AT+COPS=3,0 => \r\nOK\r\n
+AT+CNMI=? => \r\n+CNMI: (0-2),(0-3),(0,2),(0-2),(0,1)\r\n\r\nOK\r\n
+AT+CPMS=? => \r\n+CPMS: ("ME","SM"),("ME","SM"),("ME","SM")\r\n\r\nOK\r\n
+AT+CMGF=? => \r\n+CMGF: (0,1)\r\n\r\nOK\r\n
 RULES
 start_sim "$tmp/rules"
-start_kervd KERV_URC_LISTEN_ENABLE=1
+start_kervd KERV_URC_LISTEN_ENABLE=1 KERV_PROMPT_COMMANDS=1
 mkdir "$tmp/plugins-mm" "$tmp/dev"
 ln -s "$plugin" "$tmp/plugins-mm/"
 # A USB device with one vendor-specific interface served by a modem driver, and its tty.
@@ -91,3 +95,9 @@ mm_has modem.3gpp.registration-state home || fail "the modem is not registered a
 SNCFG_FILE="$tmp/sncfg.conf" "$KERVCTL" urc $'\r\n+CREG: 5\r\n' >/dev/null ||
   fail "kervctl sent no URC"
 wait_for mm_has modem.3gpp.registration-state roaming || fail "ModemManager missed the +CREG URC"
+# An SMS through ModemManager's messaging: command, PDU and Ctrl-Z reach the modem daemon.
+mm -m 0 --messaging-create-sms="text='hello from kervd',number='+4670123456'" >/dev/null ||
+  fail "ModemManager made no SMS"
+mm -s 0 --send >/dev/null || fail "ModemManager did not send the SMS"
+sim_requests | grep -q '^AT+CMGS=[0-9]*\\r[0-9A-F]*\\x1A$' ||
+  fail "modemd-sim got no AT+CMGS with a PDU and Ctrl-Z"
