@@ -12,7 +12,7 @@ PACKAGES    ?= packages
 JOBS       ?= $(shell nproc)
 CTEST_ARGS ?= --output-on-failure -j $(JOBS)
 
-.PHONY: all build test test-slow test-asan test-tsan cross cross-build package run bench format clean fuzz soak
+.PHONY: all build test test-hosts test-slow test-asan test-tsan cross cross-build package run bench-load format clean fuzz soak
 
 all: build
 
@@ -22,9 +22,16 @@ $(BUILD)/CMakeCache.txt:
 build: $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
 
-# Everything but the checks labelled slow, which wait out the modem daemon's full time limits.
+# Everything but the checks labelled slow, which wait out the modem daemon's full time limits,
+# and the host-program checks (make test-hosts).
 test: build
-	ctest --test-dir $(BUILD) $(CTEST_ARGS) -LE slow
+	ctest --test-dir $(BUILD) $(CTEST_ARGS) -LE 'slow|hosts'
+
+# Real host programs (gammu, wvdialconf, picocom, ModemManager, smsd) against kervd; each
+# test skips when its program is missing (apt-get install gammu wvdial picocom minicom
+# modemmanager smstools socat dbus).
+test-hosts: build
+	ctest --test-dir $(BUILD) $(CTEST_ARGS) -L hosts
 
 test-slow: build
 	ctest --test-dir $(BUILD) $(CTEST_ARGS) -L slow
@@ -34,18 +41,18 @@ test-asan:
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DKERV_SANITIZE=address,undefined
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-	  ctest --test-dir $(ASAN_BUILD) $(CTEST_ARGS) -LE slow
+	  ctest --test-dir $(ASAN_BUILD) $(CTEST_ARGS) -LE 'slow|hosts'
 
 # ThreadSanitizer over the suite; run when the threads change.
 test-tsan:
 	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DKERV_SANITIZE=thread
 	cmake --build $(TSAN_BUILD) -j $(JOBS)
-	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir $(TSAN_BUILD) $(CTEST_ARGS) -LE slow
+	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir $(TSAN_BUILD) $(CTEST_ARGS) -LE 'slow|hosts'
 
 # armhf: the cross toolchain builds everything (benchmarks aside) and the tests run under
 # qemu-arm. Needs g++-arm-linux-gnueabihf, qemu-user and googletest (sources).
 cross: cross-build
-	ctest --test-dir $(CROSS_BUILD) $(CTEST_ARGS) -LE slow
+	ctest --test-dir $(CROSS_BUILD) $(CTEST_ARGS) -LE 'slow|hosts'
 
 cross-build:
 	@command -v arm-linux-gnueabihf-g++ >/dev/null && command -v qemu-arm >/dev/null || \

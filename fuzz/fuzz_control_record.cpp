@@ -1,9 +1,9 @@
 /*
  * Any bytes as a control request received on the control socket. Unpacking must never
  * read past the bytes received, must refuse with the code of the first fault, and must
- * leave every argument inside those bytes, in order and terminated; packing the unpacked
- * record again must give back the same bytes (up to the last argument) and a copy of it
- * must hold the same arguments.
+ * leave every argument inside those bytes, in order and terminated, and the slots from the
+ * failed one on as received; packing the unpacked record again must give back the same
+ * bytes (up to the last argument) and a copy of it must hold the same arguments.
  */
 #include "request.h"
 
@@ -45,13 +45,20 @@ int expected_header_code(const kervRequest_t *request, size_t size) {
     return 0;
 }
 
+/* Slot i of the received message. */
+uintptr_t received_slot(const uint8_t *data, int i) {
+    uint32_t slot;
+    memcpy(&slot, data + 12 + 4 * i, sizeof(slot));
+    return slot;
+}
+
 /* Present arguments follow one another from the start of buf, each ended within size. */
-size_t check_arguments(const kervRequest_t *request, size_t size) {
+size_t check_arguments(const kervRequest_t *request, const uint8_t *data, size_t size) {
     const char *next = request->buf;
     const char *roof = reinterpret_cast<const char *>(request) + size;
     for (int i = 0; i < KERV_REQUEST_ARG_NUM; ++i) {
         const char *arg = request->arg[i];
-        check((arg == nullptr) == (request->arg_slot[i] == 0));
+        check((arg == nullptr) == (received_slot(data, i) == 0));
         if (arg == nullptr)
             continue;
         check(arg == next);
@@ -91,12 +98,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     } else if (code != 0) {
         check(code <= -100 && code >= -100 - (KERV_REQUEST_ARG_NUM - 1));
         for (int i = -100 - code; i < KERV_REQUEST_ARG_NUM; ++i)
-            check(request.arg[i] == nullptr);
+            check(reinterpret_cast<uintptr_t>(request.arg[i]) == received_slot(data, i));
     } else {
-        const size_t used = check_arguments(&request, size);
+        const size_t used = check_arguments(&request, data, size);
         const int packed = kerv_pack_request(&request);
         check(packed >= 0 && static_cast<size_t>(packed) == used);
         check(memcmp(&request, data, used) == 0);
+        check(kerv_unpack_request(&request, packed) == 0);
     }
     ASAN_UNPOISON_MEMORY_REGION(reinterpret_cast<char *>(&request) + wire,
                                 KERV_REQUEST_WIRE_MAX - wire);

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -14,10 +15,16 @@ static_assert(offsetof(kervRequest_t, magic) == 0);
 static_assert(offsetof(kervRequest_t, type) == 4);
 static_assert(offsetof(kervRequest_t, cmd) == 6);
 static_assert(offsetof(kervRequest_t, status) == 8 && sizeof(int) == 4);
-static_assert(offsetof(kervRequest_t, arg_slot) == 12);
 static_assert(offsetof(kervRequest_t, buf) == KERV_REQUEST_HEADER_SIZE);
-static_assert(offsetof(kervRequest_t, arg) >= KERV_REQUEST_WIRE_MAX);
 static_assert(KERV_REQUEST_WIRE_MAX == 2100);
+#if __SIZEOF_POINTER__ == 4
+/* The references are the wire slots: the record is the message. */
+static_assert(offsetof(kervRequest_t, arg) == 12 && sizeof(char *) == 4);
+static_assert(sizeof(kervRequest_t) == KERV_REQUEST_WIRE_MAX);
+#else
+static_assert(offsetof(kervRequest_t, arg_slot) == 12);
+static_assert(offsetof(kervRequest_t, arg) >= KERV_REQUEST_WIRE_MAX);
+#endif
 
 namespace {
 
@@ -36,108 +43,28 @@ int arg_fault(int index) {
     return -100 - index;
 }
 
-/* close() that keeps the errno of the call that failed before it. */
-void close_keeping_errno(int fd) {
-    const int saved = errno;
-    close(fd);
-    errno = saved;
+/* What a packed argument reference holds; 0 stays 0 (absent). */
+char *const kArgMarker = reinterpret_cast<char *>(uintptr_t{KERV_REQUEST_ARG_MARKER});
+
+#if __SIZEOF_POINTER__ == 4
+void slots_from_args(kervRequest_t *) {}
+void args_from_slots(kervRequest_t *) {}
+#else
+/* The 4-byte wire slots of packed references (each 0 or the marker). */
+void slots_from_args(kervRequest_t *request) {
+    for (int i = 0; i < KERV_REQUEST_ARG_NUM; i++)
+        request->arg_slot[i] = static_cast<u_int32_t>(reinterpret_cast<uintptr_t>(request->arg[i]));
 }
 
-} // namespace
-
-extern "C" {
-
-int pack_request_string(char **p, char **next, const char *roof) {
-    if (*p == nullptr)
-        return 0;
-    const size_t len = strlen(*p) + 1;
-    if (roof - *next < static_cast<ptrdiff_t>(len))
-        return -1;
-    memmove(*next, *p, len);
-    *p = *next;
-    *next += len;
-    return 0;
+/* The received slots as references to unpack, whatever value they hold. */
+void args_from_slots(kervRequest_t *request) {
+    for (int i = 0; i < KERV_REQUEST_ARG_NUM; i++)
+        request->arg[i] = reinterpret_cast<char *>(uintptr_t{request->arg_slot[i]});
 }
+#endif
 
-int unpack_request_string(u_int32_t slot, char **p, char **next, const char *roof) {
-    if (slot == 0) {
-        *p = nullptr;
-        return 0;
-    }
-    if (slot != KERV_REQUEST_ARG_MARKER || roof <= *next)
-        return -1;
-    char *end = static_cast<char *>(memchr(*next, '\0', static_cast<size_t>(roof - *next)));
-    if (end == nullptr)
-        return -1;
-    *p = *next;
-    *next = end + 1;
-    return 0;
-}
-
-/*
- * The strings are gathered in a scratch copy first and only then moved into buf: an
- * argument may refer into buf itself (a record that was unpacked, then given a new
- * argument 0), and copying straight into buf would overwrite it before it is read.
- */
-int kerv_pack_request(kervRequest_t *request) {
-    if (request == nullptr)
-        return -1;
-    const int fault = header_fault(request);
-    if (fault != 0)
-        return -fault;
-
-    char scratch[KERV_REQUEST_BUF_SIZE];
-    char *packed[KERV_REQUEST_ARG_NUM];
-    char *next = scratch;
-    for (int i = 0; i < KERV_REQUEST_ARG_NUM; i++) {
-        packed[i] = request->arg[i];
-        if (pack_request_string(&packed[i], &next, scratch + sizeof(scratch)) != 0)
-            return arg_fault(i);
-    }
-
-    const size_t used = static_cast<size_t>(next - scratch);
-    memcpy(request->buf, scratch, used);
-    for (int i = 0; i < KERV_REQUEST_ARG_NUM; i++) {
-        const bool present = packed[i] != nullptr;
-        request->arg_slot[i] = present ? KERV_REQUEST_ARG_MARKER : 0;
-        request->arg[i] = present ? request->buf + (packed[i] - scratch) : nullptr;
-    }
-    return static_cast<int>(KERV_REQUEST_HEADER_SIZE + used);
-}
-
-int kerv_unpack_request(kervRequest_t *request, int size) {
-    if (request == nullptr || size < KERV_REQUEST_HEADER_SIZE || size > KERV_REQUEST_WIRE_MAX)
-        return -1;
-    const int fault = header_fault(request);
-    if (fault != 0)
-        return -fault - 1;
-
-    for (char *&arg : request->arg)
-        arg = nullptr;
-    char *next = request->buf;
-    const char *roof = reinterpret_cast<const char *>(request) + size;
-    for (int i = 0; i < KERV_REQUEST_ARG_NUM; i++) {
-        if (unpack_request_string(request->arg_slot[i], &request->arg[i], &next, roof) != 0) {
-            request->arg[i] = nullptr;
-            return arg_fault(i);
-        }
-    }
-    return 0;
-}
-
-/* Packing reads every source string before it writes dest's buf, so src may be anywhere. */
-int kerv_copy_request(kervRequest_t *dest, kervRequest_t *src) {
-    if (dest == nullptr) {
-        KERV_PRINT("kerv_copy_request: dest is NULL");
-        return -1;
-    }
-    if (src == nullptr) {
-        KERV_PRINT("kerv_copy_request: src is NULL");
-        return -1;
-    }
-    if (dest != src)
-        memcpy(dest, src, sizeof(*dest));
-
+/* Packs and unpacks dest in place: its arguments end up in its own buf. */
+int copy_by_packing(kervRequest_t *dest) {
     const int size = kerv_pack_request(dest);
     if (size < 0) {
         KERV_PRINT("kerv_copy_request: pack clone request fail ret=[%d]", size);
@@ -149,6 +76,106 @@ int kerv_copy_request(kervRequest_t *dest, kervRequest_t *src) {
     return ret;
 }
 
+/* close() that keeps the errno of the call that failed before it. */
+void close_keeping_errno(int fd) {
+    const int saved = errno;
+    close(fd);
+    errno = saved;
+}
+
+} // namespace
+
+extern "C" {
+
+/* The copy is a memmove: a string unpacked in place lies at the write position itself. */
+int pack_request_string(char **p, char **next, const char *roof) {
+    if (*p == nullptr)
+        return 0;
+    const size_t len = strlen(*p) + 1;
+    if (roof - *next < static_cast<ptrdiff_t>(len))
+        return -1;
+    memmove(*next, *p, len);
+    *next += len;
+    *p = kArgMarker;
+    return 0;
+}
+
+int unpack_request_string(char **p, char **next, const char *roof) {
+    if (*p == nullptr)
+        return 0;
+    if (*p != kArgMarker || roof <= *next)
+        return -1;
+    char *end = static_cast<char *>(memchr(*next, '\0', static_cast<size_t>(roof - *next)));
+    if (end == nullptr)
+        return -1;
+    *p = *next;
+    *next = end + 1;
+    return 0;
+}
+
+int kerv_pack_request(kervRequest_t *request) {
+    if (request == nullptr)
+        return -1;
+    const int fault = header_fault(request);
+    if (fault != 0)
+        return -fault;
+
+    char *next = request->buf;
+    const char *roof = request->buf + KERV_REQUEST_BUF_SIZE;
+    for (int i = 0; i < KERV_REQUEST_ARG_NUM; i++) {
+        if (pack_request_string(&request->arg[i], &next, roof) != 0)
+            return arg_fault(i);
+    }
+    slots_from_args(request);
+    return static_cast<int>(next - reinterpret_cast<char *>(request));
+}
+
+int kerv_unpack_request(kervRequest_t *request, int size) {
+    if (request == nullptr || size < KERV_REQUEST_HEADER_SIZE || size > KERV_REQUEST_WIRE_MAX)
+        return -1;
+    const int fault = header_fault(request);
+    if (fault != 0)
+        return -fault - 1;
+
+    args_from_slots(request);
+    char *next = request->buf;
+    const char *roof = reinterpret_cast<const char *>(request) + size;
+    for (int i = 0; i < KERV_REQUEST_ARG_NUM; i++) {
+        if (unpack_request_string(&request->arg[i], &next, roof) != 0)
+            return arg_fault(i);
+    }
+    return 0;
+}
+
+/*
+ * dest's arguments point at heap copies of src's strings while dest is packed: src's
+ * arguments may lie anywhere in src's buf, and src may be dest itself.
+ */
+int kerv_copy_request(kervRequest_t *dest, kervRequest_t *src) {
+    if (dest == nullptr) {
+        KERV_PRINT("kerv_copy_request: dest is NULL");
+        return -1;
+    }
+    if (src == nullptr) {
+        KERV_PRINT("kerv_copy_request: src is NULL");
+        return -1;
+    }
+    char *held[KERV_REQUEST_ARG_NUM] = {};
+    int ret = 0;
+    for (int i = 0; i < KERV_REQUEST_ARG_NUM && ret == 0; i++) {
+        if (src->arg[i] != nullptr && (held[i] = strdup(src->arg[i])) == nullptr)
+            ret = -1;
+    }
+    if (ret == 0) {
+        if (dest != src)
+            memcpy(dest, src, sizeof(*dest));
+        memcpy(dest->arg, held, sizeof(held));
+        ret = copy_by_packing(dest);
+    }
+    for (char *copy : held)
+        free(copy);
+    return ret;
+}
 const char *kerv_control_socket_path(void) {
     const char *path = getenv(KERV_CONTROL_SOCKET_ENV);
     return (path != nullptr && path[0] != '\0') ? path : KERV_CONTROL_SOCKET_DEFAULT;

@@ -4,14 +4,17 @@
 #include "daemon_config.h"
 #include "mutex_guard.h"
 #include "request_queue.h"
+#include "two_step.h"
 #include "engine_context.h"
 #include "sncfg.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -27,6 +30,10 @@ constexpr unsigned int kDefaultPort = 5556;
 kervInfo_t *kervInfoPool = nullptr;
 kal_uint32 kervInfoCnt = 0;
 
+/* KERV_SERIAL_REOPEN: the serial device is opened again after it hung up. Set by
+   kerv_info_init before the threads start. */
+bool serial_reopen = false;
+
 /* Stop line: [0] for kerv_deinit (main thread), [1] for the channel server thread. */
 int stopLine[2] = {-1, -1};
 
@@ -39,6 +46,8 @@ int stopLine[2] = {-1, -1};
  * descriptor) while a STOP is shutting it down.
  */
 std::atomic<bool> stop_asked{false};
+/* Set by the server thread when it has closed the channel for a STOP; taken by that STOP. */
+std::atomic<bool> closed_for_stop{false};
 pthread_mutex_t HostHandOver = PTHREAD_MUTEX_INITIALIZER;
 int wakeable_host_fd = -1;
 
@@ -148,37 +157,65 @@ struct termios *save_serial_settings(int fd, const char *path) {
     return saved;
 }
 
+/* Puts the device in the channel's raw mode, raises its modem lines and discards what it
+   received before; false when the mode cannot be set. */
+bool make_channel_device(int fd, const struct termios *saved) {
+    struct termios raw = *saved;
+    make_raw(&raw);
+    if (tcsetattr(fd, TCSANOW, &raw) != 0)
+        return false;
+    int lines = TIOCM_DTR | TIOCM_RTS;
+    ioctl(fd, TIOCMBIS, &lines); /* a device without modem lines refuses; that is fine */
+    tcflush(fd, TCIFLUSH);
+    return true;
+}
+
+/* The device stays non-blocking: the channel server thread waits for input in poll, and
+   the worker's writes must be able to give up on a device that takes nothing. */
+int open_device(const char *path) {
+    return open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+}
+
 kal_int32 open_serial_channel(kervInfo_t *kerv) {
     const char *path = kerv_serial_device_path();
     KERV_PRINT("kerv channel is KERV_CHANNEL_UART");
     KERV_DBG("kerv channel is KERV_CHANNEL_UART");
-    const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const int fd = open_device(path);
     if (fd < 0) {
         KERV_WARN("cannot open %s", path);
         return 0;
     }
     KERV_DBG("Opened serial port");
-    /* The device stays non-blocking: the channel server thread waits for input in poll,
-       and the worker's writes must be able to give up on a device that takes nothing. */
     struct termios *saved = save_serial_settings(fd, path);
     if (saved == nullptr) {
         close(fd);
         return 0;
     }
-    struct termios raw = *saved;
-    make_raw(&raw);
-    if (tcsetattr(fd, TCSANOW, &raw) != 0) {
+    if (!make_channel_device(fd, saved)) {
         KERV_WARN("setting serial tc failed.");
         free_ctrl_buffer(saved);
         close(fd);
         return 0;
     }
-    int lines = TIOCM_DTR | TIOCM_RTS;
-    ioctl(fd, TIOCMBIS, &lines); /* a device without modem lines refuses; that is fine */
-    tcflush(fd, TCIFLUSH);
     kerv->sock = saved;
     kerv_set_host_fd(kerv, fd);
     return 1;
+}
+
+/* One try at opening the device again in the channel's mode; the descriptor or -1. */
+int reopen_device(const char *path, const struct termios *saved) {
+    const int fd = open_device(path);
+    if (fd >= 0 && !make_channel_device(fd, saved)) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+/* Waits ms or until a STOP comes; true when it came. */
+bool stop_during(int ms) {
+    struct pollfd stop = {stopLine[1], POLLIN, 0};
+    return poll(&stop, 1, ms) > 0 || stop_asked.load();
 }
 
 void close_serial_channel(kervInfo_t *kerv) {
@@ -237,6 +274,11 @@ int kerv_info_init(kervInfo_t *kerv) {
         print_lookup("KERV_LISTEN_PORT", port);
     kerv->port = static_cast<unsigned int>(port);
     kerv->channel = channel_from_config();
+    unsigned long reopen = 0;
+    serial_reopen = kerv_cfg_number("KERV_SERIAL_REOPEN", &reopen) == KERV_CFG_SET && reopen != 0;
+    unsigned long prompt_commands = 0;
+    kerv_cfg_number("KERV_PROMPT_COMMANDS", &prompt_commands);
+    kerv_two_step_configure(prompt_commands != 0 ? KAL_TRUE : KAL_FALSE);
     KERV_FUNC(" EXIT");
     return 1;
 }
@@ -330,7 +372,15 @@ kal_int32 kerv_init() {
     }
 }
 
+/*
+ * "kerv_deinit" is printed here, on the calling thread, whatever the channel's state; the
+ * server thread closes the channel and prints the rest. When it has not closed the channel
+ * for this call (it had ended already: the port was taken, an earlier STOP or the serial
+ * device's departure closed the channel), the instance is no longer the channel's: it is
+ * released, or about to be, by the worker.
+ */
 void kerv_deinit() {
+    KERV_PRINT("kerv_deinit");
     stop_asked.store(true);
     wake_blocked_host_read();
     /* Fails once the server thread has ended: then the channel is already closed. */
@@ -340,10 +390,15 @@ void kerv_deinit() {
        channel and ended, and this read then returns 0. */
     char ack;
     kerv_safe_read(stopLine[0], &ack, sizeof(ack));
+    if (!closed_for_stop.exchange(false))
+        KERV_WARN("kerv is NULL");
 }
 
 void kerv_channel_close(kervInfo_t *kerv) {
-    KERV_PRINT("kerv_deinit");
+    /* After a STOP, kerv_deinit has printed it; the serial device's departure has not. */
+    const bool for_stop = stop_asked.load();
+    if (!for_stop)
+        KERV_PRINT("kerv_deinit");
     if (kerv == nullptr) {
         KERV_WARN("kerv is NULL");
         return;
@@ -363,6 +418,37 @@ void kerv_channel_close(kervInfo_t *kerv) {
     }
     kerv->sock = nullptr;
     KERV_PRINT("close new_fd.");
+    closed_for_stop.store(for_stop);
+}
+
+kal_bool kerv_serial_reopen(kervInfo_t *kerv) {
+    if (!serial_reopen || kerv->channel != KERV_CHANNEL_UART || kerv->sock == nullptr)
+        return KAL_FALSE;
+    const char *path = kerv_serial_device_path();
+    const auto *saved = static_cast<const struct termios *>(kerv->sock);
+    /* The old descriptor is dead: the worker closes it once the request it may be running
+       ends; what the host had queued goes with it. */
+    kerv_host_release(kerv, KERV_HOST_GONE);
+    KERV_WARN("serial device %s hung up: opening it again", path);
+    /* A device that is back at once (the gadget port stays) is opened after the first
+       pause; one that is gone (cable out) is tried less often, up to twice a second. */
+    constexpr int kFirstPauseMs = 100, kLongestPauseMs = 500;
+    bool failure_told = false;
+    for (int pause_ms = kFirstPauseMs;; pause_ms = std::min(2 * pause_ms, kLongestPauseMs)) {
+        if (stop_during(pause_ms)) {
+            kerv_channel_close(kerv);
+            return KAL_FALSE;
+        }
+        const int fd = reopen_device(path, saved);
+        if (fd >= 0) {
+            kerv_set_host_fd(kerv, fd);
+            KERV_WARN("serial device %s open again", path);
+            return KAL_TRUE;
+        }
+        if (!failure_told)
+            KERV_WARN("cannot open %s : %s !! (trying again)", path, strerror(errno));
+        failure_told = true;
+    }
 }
 
 void kerv_destory() {

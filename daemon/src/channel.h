@@ -46,6 +46,15 @@ void kerv_deinit();
 /* The closing itself, on the channel server thread. A second call releases nothing. */
 void kerv_channel_close(kervInfo_t *kerv);
 void kerv_destory();
+/*
+ * Channel server thread, after the serial device ended or hung up (a pulled cable, the
+ * host side gone). With KERV_SERIAL_REOPEN set, the dead descriptor goes to the worker and
+ * the device is opened again, after a short pause that grows while it cannot be opened, in
+ * the same raw mode and with its earlier input discarded: KAL_TRUE once it is open again.
+ * KAL_FALSE without the setting (nothing is done), or when a STOP came meanwhile (the
+ * channel is then closed).
+ */
+kal_bool kerv_serial_reopen(kervInfo_t *kerv);
 
 kervInfo_t *kerv_info_create();
 int kerv_info_init(kervInfo_t *kerv);

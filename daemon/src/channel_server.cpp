@@ -2,8 +2,9 @@
 
 #include "csocket.h"
 #include "daemon_config.h"
-#include "footprint.h"
+#include "start_barrier.h"
 #include "request_queue.h"
+#include "two_step.h"
 
 #include <cerrno>
 #include <cstring>
@@ -40,6 +41,9 @@ struct srv_host {
 kal_bool queue_line(void *ctx, const char *line, size_t line_len) {
     auto *host = static_cast<srv_host *>(ctx);
     KERV_DBG(" move and get cmd_buf = [%.*s]", static_cast<int>(line_len), line);
+    /* The bytes after a two-step command line are its text: framing stops here. */
+    if (kerv_two_step_begin(host->fd, line, line_len))
+        return KAL_FALSE;
     const kal_bool queued = srv_request_handle(host->kerv, line, line_len);
     KERV_DBG(" command done (ret = %d)", queued);
     return kerv_queue_lines_full() ? KAL_FALSE : KAL_TRUE;
@@ -52,6 +56,27 @@ void refuse_long_line(void *ctx) {
 }
 
 constexpr kerv_framing_sink_t kQueueSink = {queue_line, refuse_long_line};
+
+size_t take_text(void *ctx, const char *bytes, size_t len) {
+    return kerv_two_step_take(static_cast<srv_host *>(ctx)->fd, bytes, len);
+}
+
+/* Bytes read (or held) go to an open message text, otherwise to line framing. A text's
+   end, or a two-step command line, stops either with bytes left that are of the other
+   kind: they are taken at once, not after the next read. Held bytes of the same kind mean
+   the queue is full. */
+void frame(kerv_framing_t *framing, size_t read_len, srv_host *host) {
+    for (;;) {
+        const kal_bool in_text = kerv_two_step_text_open();
+        if (in_text)
+            kerv_framing_feed_raw(framing, read_len, take_text, host);
+        else
+            kerv_framing_feed(framing, read_len, &kQueueSink, host);
+        read_len = 0;
+        if (!framing->lines_held || kerv_two_step_text_open() == in_text)
+            return;
+    }
+}
 
 /* Back-pressure: while the worker has enough of this host's lines, nothing more is read,
    so a host that sends faster than its lines run is held back by the kernel. A host that
@@ -101,7 +126,7 @@ srv_pass_e read_pass(kervInfo_t *kerv, kerv_framing_t *framing) {
         return close_for_stop(kerv);
     srv_host host = {kerv, host_fd};
     if (framing->lines_held) {
-        kerv_framing_feed(framing, 0, &kQueueSink, &host);
+        frame(framing, 0, &host);
         return PASS_GO_ON;
     }
     const ssize_t got = kerv_safe_read(host_fd, framing->cmd_buf + framing->cmd_buf_offset,
@@ -127,7 +152,7 @@ srv_pass_e read_pass(kervInfo_t *kerv, kerv_framing_t *framing) {
         KERV_PRINT("disconnect");
         return PASS_END_OF_STREAM;
     }
-    kerv_framing_feed(framing, static_cast<size_t>(got), &kQueueSink, &host);
+    frame(framing, static_cast<size_t>(got), &host);
     return PASS_GO_ON;
 }
 
@@ -200,9 +225,14 @@ void serve_channel(kervInfo_t *kerv) {
         }
         /* Bytes left unterminated by an earlier host are not joined to this host's lines. */
         kerv_framing_reset(&framing);
+        kerv_two_step_reset();
         srv_pass_e pass = PASS_GO_ON;
         while (kerv_host_fd(kerv) > 0 && (pass = read_pass(kerv, &framing)) == PASS_GO_ON) {
         }
+        if (kerv->sock == nullptr)
+            break;
+        if (kerv_serial_reopen(kerv))
+            continue;
         if (kerv->sock == nullptr)
             break;
         if (kerv->channel == KERV_CHANNEL_UART) {

@@ -4,8 +4,8 @@
  * bytes into command lines and queues each line for the request worker. It never writes to
  * the host: answers, including the error for an over-long line, go through the worker.
  */
-#ifndef KERV_SERVER_H
-#define KERV_SERVER_H
+#ifndef KERV_CHANNEL_SERVER_H
+#define KERV_CHANNEL_SERVER_H
 
 #include "kal_common.h"
 #include "channel.h"
@@ -19,4 +19,4 @@ kal_bool kerv_srvStartUp(kervInfo_t *kerv);
 /* Queues one command line (line_len bytes, no terminator) for the current host. */
 kal_bool srv_request_handle(kervInfo_t *kerv, const char *line, size_t line_len);
 
-#endif /* KERV_SERVER_H */
+#endif /* KERV_CHANNEL_SERVER_H */

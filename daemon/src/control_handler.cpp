@@ -1,4 +1,5 @@
 #include "control_handler.h"
+#include "kal_io.h"
 
 #include "csocket.h"
 #include "channel.h"
@@ -44,8 +45,7 @@ void app_reply(struct req *req, const char *text) {
     const int packed = kerv_pack_request(record);
     KERV_DBG("kerv_pack_request ret=[%d]", packed);
     if (packed > 0)
-        kerv_write_all(req->fd, reinterpret_cast<const char *>(record),
-                       static_cast<size_t>(packed));
+        kal_write_all(req->fd, reinterpret_cast<const char *>(record), static_cast<size_t>(packed));
     close(req->fd);
 }
 

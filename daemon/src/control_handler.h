@@ -8,8 +8,8 @@
  * them at once (a busy worker must not let them use up the daemon's descriptors). Beyond
  * that a RELOAD is refused by closing its connection; GEN_HASH and STOP are still served.
  */
-#ifndef KERV_CONTROL_H
-#define KERV_CONTROL_H
+#ifndef KERV_CONTROL_HANDLER_H
+#define KERV_CONTROL_HANDLER_H
 
 struct req;
 
@@ -22,4 +22,4 @@ void kerv_app_request_serve(int conn);
    closed and its place among the held ones freed. The element stays the caller's. */
 void kerv_app_reload_reply(struct req *req);
 
-#endif /* KERV_CONTROL_H */
+#endif /* KERV_CONTROL_HANDLER_H */

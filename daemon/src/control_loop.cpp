@@ -1,4 +1,5 @@
 #include "control_loop.h"
+#include "kal_io.h"
 
 #include "control_handler.h"
 #include "daemon_config.h"
@@ -58,7 +59,7 @@ void refuse_for_lack_of_fds(int reqfd, int error) {
         if (conn >= 0)
             return;
     }
-    listen_resume_ms = kerv_now_ms() + kAcceptRetryMs;
+    listen_resume_ms = kal_now_ms() + kAcceptRetryMs;
 }
 
 void refuse_beyond_bound(int conn) {
@@ -112,7 +113,7 @@ void app_request_handle(int reqfd) {
         return;
     }
     at_bound = false;
-    waiting[waiting_count++] = {conn, kerv_now_ms() + kerv_control_timeout_ms()};
+    waiting[waiting_count++] = {conn, kal_now_ms() + kerv_control_timeout_ms()};
 }
 
 void kerv_control_loop(int reqfd) {
@@ -121,14 +122,14 @@ void kerv_control_loop(int reqfd) {
         /* Entry 0 is the listener (ignored by poll while it rests), then one per waiting
            connection, in the order of waiting[]. */
         struct pollfd watched[1 + KERV_CONTROL_MAX_WAITING];
-        const long long now = kerv_now_ms();
+        const long long now = kal_now_ms();
         watched[0] = {listen_resume_ms > now ? -1 : reqfd, POLLIN, 0};
         for (int i = 0; i < waiting_count; i++)
             watched[1 + i] = {waiting[i].fd, POLLIN, 0};
         const int ready = poll(watched, 1 + waiting_count, poll_timeout(now));
         if (ready < 0)
             continue;
-        serve_waiting(watched + 1, kerv_now_ms());
+        serve_waiting(watched + 1, kal_now_ms());
         if ((watched[0].revents & POLLIN) != 0)
             app_request_handle(reqfd);
     }

@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <cstdlib>
-#include <time.h>
 
 namespace {
 
@@ -41,12 +40,6 @@ int kerv_host_stall_ms() {
 
 int kerv_control_timeout_ms() {
     return ms_from_env("KERVD_CONTROL_TIMEOUT_MS", 5000);
-}
-
-long long kerv_now_ms() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
 }
 
 kerv_cfg_e kerv_cfg_number(const char *key, unsigned long *value) {

@@ -3,8 +3,8 @@
  * override so that the daemon can run unprivileged and many times side by side) and
  * numeric keys of the configuration store.
  */
-#ifndef KERV_CONFIG_H
-#define KERV_CONFIG_H
+#ifndef KERV_DAEMON_CONFIG_H
+#define KERV_DAEMON_CONFIG_H
 
 /* Pid file: KERVD_PID_FILE, default "/var/run/kerv.pid". */
 const char *kerv_pidfile_path();
@@ -17,9 +17,6 @@ int kerv_host_stall_ms();
 /* How long a control connection may stay silent before it is closed (ms):
    KERVD_CONTROL_TIMEOUT_MS, default 5000. */
 int kerv_control_timeout_ms();
-
-/* Milliseconds on the monotonic clock, for the time-outs above. */
-long long kerv_now_ms();
 
 /* What a store lookup found. */
 typedef enum {
@@ -34,4 +31,4 @@ typedef enum {
  */
 kerv_cfg_e kerv_cfg_number(const char *key, unsigned long *value);
 
-#endif /* KERV_CONFIG_H */
+#endif /* KERV_DAEMON_CONFIG_H */

@@ -16,32 +16,13 @@
  */
 #include "footprint.h"
 
-#include <cerrno>
-#include <ctime>
 #include <elf.h>
 #include <link.h>
-#include <pthread.h>
 #include <sys/auxv.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
-
-pthread_mutex_t SettledLock = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t SettledCondition = PTHREAD_COND_INITIALIZER;
-int settled_threads = 0;
-
-/* Until `threads` have settled, or a second has passed. */
-void wait_for_settled(int threads) {
-    timespec deadline;
-    clock_gettime(CLOCK_REALTIME, &deadline);
-    deadline.tv_sec += 1;
-    pthread_mutex_lock(&SettledLock);
-    while (settled_threads < threads &&
-           pthread_cond_timedwait(&SettledCondition, &SettledLock, &deadline) != ETIMEDOUT) {
-    }
-    pthread_mutex_unlock(&SettledLock);
-}
 
 /* An object whose text is patched by its relocations holds more than its file. */
 bool has_text_relocations(const struct dl_phdr_info *object) {
@@ -108,16 +89,6 @@ int drop_read_only_segments(struct dl_phdr_info *object, size_t, void *) {
 
 } // namespace
 
-void kerv_thread_settled() {
-    pthread_mutex_lock(&SettledLock);
-    settled_threads++;
-    pthread_mutex_unlock(&SettledLock);
-    pthread_cond_signal(&SettledCondition);
-}
-
-/* Start-up is over once every thread waits for work: what they touched until then is start-up's
-   too, and what they touch from then on is serving's. */
-void kerv_release_start_up_pages(int threads) {
-    wait_for_settled(threads);
+void kerv_release_start_up_pages() {
     dl_iterate_phdr(drop_read_only_segments, nullptr);
 }

@@ -2,6 +2,7 @@
 
 #include "daemon_config.h"
 #include "kal_common.h"
+#include "kal_io.h"
 
 #include <cerrno>
 #include <poll.h>
@@ -78,17 +79,6 @@ ssize_t write_once(int fd, const void *buf, size_t len) {
 
 } // namespace
 
-void kerv_write_all(int fd, const void *buf, size_t len) {
-    const char *next = static_cast<const char *>(buf);
-    while (len > 0) {
-        const ssize_t written = write_once(fd, next, len);
-        if (written <= 0)
-            return;
-        next += written;
-        len -= static_cast<size_t>(written);
-    }
-}
-
 /*
  * A host whose output has stayed backed up for the stall time is given up. Backed up: a
  * write could not hand over all it had, or more than kBackedUpBytes still wait unsent or
@@ -115,7 +105,7 @@ void kerv_host_write(int fd, const void *buf, size_t len) {
         }
         if (len == 0)
             break;
-        const long long waited = stalled_for(fd, kerv_now_ms());
+        const long long waited = stalled_for(fd, kal_now_ms());
         if (waited >= stall_ms) {
             give_up(fd, stall_ms);
             return;
@@ -127,7 +117,7 @@ void kerv_host_write(int fd, const void *buf, size_t len) {
     }
     if (!backed_up(fd))
         stall = {fd, -1};
-    else if (stalled_for(fd, kerv_now_ms()) >= stall_ms)
+    else if (stalled_for(fd, kal_now_ms()) >= stall_ms)
         give_up(fd, stall_ms);
 }
 

@@ -1,7 +1,7 @@
 /*
  * Writing to hosts and applications. Every byte the daemon sends to a host goes through
  * kerv_host_write on the request worker; the engine's answers reach it as the engine's
- * output writer. Request worker only, apart from kerv_write_all.
+ * output writer. Request worker only.
  *
  * A host that stops reading must not hold the worker (and with it RELOAD, URCs and the
  * next host): a write that the host has not taken within the stall time
@@ -15,9 +15,6 @@
 
 #include <cstddef>
 
-/* Writes all of buf to fd, as many writes as it takes; a peer that has gone simply loses
-   the rest (writes never raise the broken-pipe signal). */
-void kerv_write_all(int fd, const void *buf, size_t len);
 /* Writes all of buf to the host connection fd, giving up on a host that stalls. */
 void kerv_host_write(int fd, const void *buf, size_t len);
 /* True when fd is a host connection that was cut off for not reading. */

@@ -70,3 +70,16 @@ void kerv_framing_feed(kerv_framing_t *framing, size_t read_len, const kerv_fram
         return;
     }
 }
+
+void kerv_framing_feed_raw(kerv_framing_t *framing, size_t read_len,
+                           size_t (*take)(void *ctx, const char *bytes, size_t len), void *ctx) {
+    framing->cmd_buf_offset += static_cast<int>(read_len);
+    const size_t taken = take(ctx, framing->cmd_buf, static_cast<size_t>(framing->cmd_buf_offset));
+    framing->cmd_buf_offset -= static_cast<int>(taken);
+    memmove(framing->cmd_buf, framing->cmd_buf + taken,
+            static_cast<size_t>(framing->cmd_buf_offset));
+    framing->cmd_buf[framing->cmd_buf_offset] = '\0';
+    /* The text's bytes were no line end of the line before it. */
+    framing->after_line = KAL_FALSE;
+    framing->lines_held = framing->cmd_buf_offset > 0 ? KAL_TRUE : KAL_FALSE;
+}

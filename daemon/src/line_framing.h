@@ -1,8 +1,8 @@
 /*
  * Line framing of one host's bytes, fed read by read by the channel server thread.
  */
-#ifndef KERV_FRAMING_H
-#define KERV_FRAMING_H
+#ifndef KERV_LINE_FRAMING_H
+#define KERV_LINE_FRAMING_H
 
 #include "kal_common.h"
 
@@ -44,4 +44,10 @@ size_t kerv_framing_room(const kerv_framing_t *framing);
 void kerv_framing_feed(kerv_framing_t *framing, size_t read_len, const kerv_framing_sink_t *sink,
                        void *ctx);
 
-#endif /* KERV_FRAMING_H */
+/* Takes in read_len bytes like kerv_framing_feed, but hands the held bytes as they are
+   (line ends included) to take, which gives how many of them it took: the bytes of a text
+   that is not made of lines. What it leaves stays held, to be framed as lines (lines_held). */
+void kerv_framing_feed_raw(kerv_framing_t *framing, size_t read_len,
+                           size_t (*take)(void *ctx, const char *bytes, size_t len), void *ctx);
+
+#endif /* KERV_LINE_FRAMING_H */

@@ -10,6 +10,7 @@
 #include "engine_context.h"
 #include "host_output.h"
 #include "footprint.h"
+#include "start_barrier.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -49,6 +50,7 @@ int main(int, char **) {
     }
     config_libdir();
     kerv_start_threads(reqfd);
-    kerv_release_start_up_pages(KERV_WORKER_THREADS);
+    kerv_wait_for_settled(KERV_WORKER_THREADS);
+    kerv_release_start_up_pages();
     kerv_control_loop(reqfd);
 }

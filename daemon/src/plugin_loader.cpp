@@ -27,12 +27,13 @@ constexpr size_t kLibPrefixLen = 3;
 char *lib_path = nullptr;
 
 /*
- * The directory named by KERVD_PLUGIN_DIR (or the board's fixed one) as a heap string.
+ * The directory named by KERVD_PLUGIN_DIR (the board's fixed one when it is unset or
+ * empty) as a heap string.
  * A relative directory is made absolute: the loader changes into it before opening it.
  */
 char *copy_plugin_dir() {
     const char *dir = getenv("KERVD_PLUGIN_DIR");
-    if (dir == nullptr)
+    if (dir == nullptr || dir[0] == '\0')
         dir = kDefaultPluginDir;
     if (dir[0] == '/')
         return strdup(dir);

@@ -1,8 +1,8 @@
 /*
  * Plug-in loader: fills the validator registry from the plug-in libraries at start-up.
  */
-#ifndef PLUGIN_LOADER_H
-#define PLUGIN_LOADER_H
+#ifndef KERV_PLUGIN_LOADER_H
+#define KERV_PLUGIN_LOADER_H
 
 #include <dirent.h>
 
@@ -20,4 +20,4 @@ kal_bool get_lib_name(DIR *dir, char *buf, int size);
 /* Opens lib<lib_name>.so in the plug-in directory and registers its group. */
 void plugin_httpd_lib(char *lib_name);
 
-#endif /* PLUGIN_LOADER_H */
+#endif /* KERV_PLUGIN_LOADER_H */

@@ -78,7 +78,9 @@ void check_queue_head() {
 }
 
 bool is_line(const struct req *req) {
-    return req->kind == KERV_WORK_LINE || req->kind == KERV_WORK_LINE_TOO_LONG;
+    return req->kind == KERV_WORK_LINE || req->kind == KERV_WORK_LINE_TOO_LONG ||
+           req->kind == KERV_WORK_PROMPT || req->kind == KERV_WORK_TWO_STEP ||
+           req->kind == KERV_WORK_PROMPT_CANCEL;
 }
 
 bool lines_full() {
@@ -155,7 +157,7 @@ int kerv_queue_init() {
     list_init(&appReqList);
     make_line_slots_free();
     room_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    return room_fd < 0 ? -1 : 0;
+    return room_fd < 0 ? 0 : 1;
 }
 
 void appReqEnqueue(struct req *req) {

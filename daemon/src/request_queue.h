@@ -9,8 +9,8 @@
  * kerv_req_free. An element carries its own copy of its text, so a producer may reuse its
  * buffers at once.
  */
-#ifndef KERV_QUEUE_H
-#define KERV_QUEUE_H
+#ifndef KERV_REQUEST_QUEUE_H
+#define KERV_REQUEST_QUEUE_H
 
 #include "kal_common.h"
 #include "list.h"
@@ -22,6 +22,9 @@
 typedef enum {
     KERV_WORK_LINE,          /* run the host line in text; answers go to fd */
     KERV_WORK_LINE_TOO_LONG, /* answer the host on fd with "\r\nERROR\r\n" */
+    KERV_WORK_PROMPT,        /* two-step command line in text: echo it and prompt on fd */
+    KERV_WORK_TWO_STEP,      /* line, CR, message text, Ctrl-Z: one modem request for fd */
+    KERV_WORK_PROMPT_CANCEL, /* the text was cancelled: answer the host on fd */
     KERV_WORK_URC,           /* write text to the host connected at that moment */
     KERV_WORK_CONTROL,       /* an application's request (RELOAD); answer on fd */
     KERV_WORK_HOST_CLOSED,   /* the host on fd has gone: close fd after its lines */
@@ -40,7 +43,7 @@ struct req {
 
 /*
  * Sets the queue head to the empty list and makes the queue's room line; before any
- * thread starts. 0, or -1 when the room line cannot be made.
+ * thread starts. 1, or 0 when the room line cannot be made.
  */
 int kerv_queue_init();
 /*
@@ -97,4 +100,4 @@ void kerv_req_free(struct req *req);
 /* Queues a text-less element; KAL_FALSE when no memory was left for it. */
 kal_bool kerv_req_notify(kerv_work_e kind, int fd);
 
-#endif /* KERV_QUEUE_H */
+#endif /* KERV_REQUEST_QUEUE_H */

@@ -1,15 +1,17 @@
 #include "request_worker.h"
+#include "kal_io.h"
 
 #include "channel.h"
 #include "control_handler.h"
 #include "daemon_config.h"
 #include "engine_entry.h"
-#include "footprint.h"
+#include "start_barrier.h"
 #include "host_output.h"
 #include "kal_gather.h"
 #include "request_queue.h"
 
 #include <climits>
+#include <cstring>
 #include <poll.h>
 #include <unistd.h>
 
@@ -17,8 +19,18 @@ namespace {
 
 constexpr char kErrorResult[] = "\r\nERROR\r\n";
 
+/* While a two-step command's prompt is open the host is typing its text: URCs wait, as on
+   a modem, so that none lands in the middle of it, and go out when the prompt closes. The
+   wait is bounded: URCs that no longer fit are dropped. */
+struct held_urcs {
+    bool prompt_open;
+    size_t len;
+    char bytes[4096];
+};
+
 struct worker_state {
-    kervInfo_t *kerv;           /* null once the channel has been released */
+    kervInfo_t *kerv; /* null once the channel has been released */
+    held_urcs *held;
     kal_uint32 dropped_lines;   /* lines of the cut-off host not run */
     kal_uint32 dropped_urcs;    /* URCs dropped and not yet reported */
     long long urcs_reported_ms; /* when dropped URCs were last reported */
@@ -36,11 +48,29 @@ void write_urc(const worker_state *worker, const struct req *req) {
     kerv_host_write(host_fd, req->text, req->text_len);
 }
 
+void hold_urc(held_urcs *held, const struct req *req) {
+    if (req->text_len > sizeof(held->bytes) - held->len) {
+        KERV_WARN("URC dropped: %d bytes wait for a prompt to close", static_cast<int>(held->len));
+        return;
+    }
+    memcpy(held->bytes + held->len, req->text, req->text_len);
+    held->len += req->text_len;
+}
+
+void close_prompt(worker_state *worker) {
+    held_urcs *held = worker->held;
+    held->prompt_open = false;
+    const int host_fd = worker->kerv != nullptr ? kerv_host_fd(worker->kerv) : -1;
+    if (held->len > 0 && host_fd > 0)
+        kerv_host_write(host_fd, held->bytes, held->len);
+    held->len = 0;
+}
+
 /* Drops come in floods: one warning, with the count, at most every kUrcReportMs. */
 void report_dropped_urcs(worker_state *worker) {
     constexpr long long kUrcReportMs = 10000;
     worker->dropped_urcs += kerv_queue_take_dropped_urcs();
-    const long long now = kerv_now_ms();
+    const long long now = kal_now_ms();
     if (worker->dropped_urcs == 0 || now - worker->urcs_reported_ms < kUrcReportMs)
         return;
     KERV_WARN("%u URCs dropped: the host took them slower than they came", worker->dropped_urcs);
@@ -60,10 +90,27 @@ void run_line(worker_state *worker, const struct req *req) {
         worker->dropped_lines++;
         return;
     }
-    if (req->kind == KERV_WORK_LINE)
+    switch (req->kind) {
+    case KERV_WORK_LINE:
         rmmi_process_multi_cmd(req->fd, req->text);
-    else
+        return;
+    case KERV_WORK_PROMPT:
+        rmmi_two_step_prompt(req->fd, req->text);
+        worker->held->prompt_open = true;
+        return;
+    case KERV_WORK_TWO_STEP:
+        rmmi_two_step_send(req->fd, req->text);
+        break;
+    case KERV_WORK_PROMPT_CANCEL:
+        rmmi_two_step_cancel(req->fd);
+        break;
+    default:
         kerv_host_write(req->fd, kErrorResult, sizeof(kErrorResult) - 1);
+        break;
+    }
+    /* A text's end (sent, cancelled or refused as too long) closes its prompt. */
+    if (worker->held->prompt_open)
+        close_prompt(worker);
 }
 
 /* Nothing of a departed host is queued or running any more: its connection can go. */
@@ -82,10 +129,16 @@ void run_request(worker_state *worker, struct req *req) {
     switch (req->kind) {
     case KERV_WORK_LINE:
     case KERV_WORK_LINE_TOO_LONG:
+    case KERV_WORK_PROMPT:
+    case KERV_WORK_TWO_STEP:
+    case KERV_WORK_PROMPT_CANCEL:
         run_line(worker, req);
         break;
     case KERV_WORK_URC:
-        write_urc(worker, req);
+        if (worker->held->prompt_open)
+            hold_urc(worker->held, req);
+        else
+            write_urc(worker, req);
         report_dropped_urcs(worker);
         break;
     case KERV_WORK_CONTROL:
@@ -93,6 +146,8 @@ void run_request(worker_state *worker, struct req *req) {
         kerv_app_reload_reply(req);
         break;
     case KERV_WORK_HOST_CLOSED:
+        if (worker->held->prompt_open)
+            close_prompt(worker);
         close_host(worker, req->fd);
         break;
     case KERV_WORK_CHANNEL_CLOSED:
@@ -114,7 +169,8 @@ struct GatheredLines {
 
 void *kerv_request_thread(void *) {
     KERV_FUNC(" START");
-    worker_state worker = {kervGet(), 0, 0, LLONG_MIN / 2};
+    static held_urcs held; /* the worker's own; static for its size */
+    worker_state worker = {kervGet(), &held, 0, 0, LLONG_MIN / 2};
     if (worker.kerv == nullptr) {
         KERV_WARN(" no kerv");
         return nullptr;

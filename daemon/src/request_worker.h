@@ -3,9 +3,9 @@
  * each to completion. It is the only thread that runs the AT engine and the only one that
  * writes to a host, so a URC never lands inside an answer and answers keep their order.
  */
-#ifndef KERV_WORKER_H
-#define KERV_WORKER_H
+#ifndef KERV_REQUEST_WORKER_H
+#define KERV_REQUEST_WORKER_H
 
 void *kerv_request_thread(void *arg);
 
-#endif /* KERV_WORKER_H */
+#endif /* KERV_REQUEST_WORKER_H */

@@ -2,6 +2,7 @@
 
 #include "kal_common.h"
 #include "kal_gather.h"
+#include "kal_io.h"
 #include "channel.h"
 #include "daemon_config.h"
 #include "request_queue.h"
@@ -116,7 +117,7 @@ int request_init() {
         return refuse_listener(fd, "chmod", path);
     if (listen(fd, kControlBacklog) < 0)
         return refuse_listener(fd, "listen", path);
-    if (kerv_queue_init() < 0)
+    if (!kerv_queue_init())
         return refuse_listener(fd, "create the request queue", path);
     return fd;
 }

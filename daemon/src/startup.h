@@ -3,8 +3,8 @@
  * the debug level and the three threads. The main thread then runs the control loop
  * (control_loop.h).
  */
-#ifndef KERV_START_H
-#define KERV_START_H
+#ifndef KERV_STARTUP_H
+#define KERV_STARTUP_H
 
 /* Descriptors 0 to 2 are open (on /dev/null where they were closed), so that no socket or
    file the daemon opens later takes one of their numbers; before anything else is opened. */
@@ -25,4 +25,4 @@ void reapchild(int sig);
 enum { KERV_WORKER_THREADS = 3 };
 void kerv_start_threads(int reqfd);
 
-#endif /* KERV_START_H */
+#endif /* KERV_STARTUP_H */

@@ -2,7 +2,7 @@
 
 #include "csocket.h"
 #include "daemon_config.h"
-#include "footprint.h"
+#include "start_barrier.h"
 #include "request_queue.h"
 
 #include <cerrno>

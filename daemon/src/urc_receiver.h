@@ -4,8 +4,8 @@
  * host between the requests it runs. Switched off by the configuration store unless
  * KERV_URC_LISTEN_ENABLE is non-zero.
  */
-#ifndef KERV_URC_H
-#define KERV_URC_H
+#ifndef KERV_URC_RECEIVER_H
+#define KERV_URC_RECEIVER_H
 
 #include "kal_common.h"
 
@@ -26,4 +26,4 @@ int urc_info_init(urcInfo_t *urc);
 /* Queues the text now in urc->cmd_buf; the queued request keeps its own copy. */
 kal_bool urc_request_handle(urcInfo_t *urc);
 
-#endif /* KERV_URC_H */
+#endif /* KERV_URC_RECEIVER_H */

@@ -49,11 +49,6 @@ char *copy_text(const char *text) {
     return copy;
 }
 
-/* The modem that receives relayed commands: LTE when chosen, otherwise the 2G/3G modem. */
-kal_uint32 relay_target(const rmmi_context_struct *context) {
-    return context->chip_type == RMMI_MODEMD_LTE ? MODEM_TARGET_LTE : MODEM_TARGET_MD;
-}
-
 kal_uint16 position_of_a(const kal_uint8 *line, kal_uint16 index, kal_uint16 length) {
     while (index < length && !is_a(line[index]))
         ++index;
@@ -454,8 +449,8 @@ kal_bool rmmi_basic_cmd_processor(rmmi_string_struct *source_string_ptr) {
     kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
     skip_blanks(source_string_ptr);
     complete_at(source_string_ptr);
-    const kal_uint32 result =
-        send_cmd_to_md(relay_target(context), source_string_ptr->string_ptr, response, &length);
+    const kal_uint32 result = send_cmd_to_md(rmmi_relay_target(context),
+                                             source_string_ptr->string_ptr, response, &length);
     KERV_DBG("print results from md[%d]", result);
     if (result != RMMI_NO_ERR)
         return answer_error(source_string_ptr);
@@ -500,14 +495,14 @@ kal_bool rmmi_internal_cmd_processor(rmmi_string_struct *source_string_ptr) {
     if (row >= RMMI_TOT_INTERNAL_CMD)
         return answer_error(source_string_ptr);
     kal_uint32 err_id = RMMI_NO_ERR;
-    char response[RMMI_RSP_BUFFER_SIZE];
+    char response[RMMI_RSP_BUFFER_SIZE] = {};
     kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
     skip_blanks(source_string_ptr);
     if (row > RMMI_AT_NEED_RELAY_TO_MD) {
         /* The modem switches its own setting too; if it cannot, neither do we. */
         KERV_DBG("send to modem also.");
-        err_id =
-            send_cmd_to_md(relay_target(context), source_string_ptr->string_ptr, response, &length);
+        err_id = send_cmd_to_md(rmmi_relay_target(context), source_string_ptr->string_ptr, response,
+                                &length);
         if (err_id != RMMI_NO_ERR)
             return answer_error(source_string_ptr);
     }

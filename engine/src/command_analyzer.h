@@ -3,8 +3,8 @@
  * hashing and classifying each command, finding its mode, and the three processors
  * (relay to the modem, validator plug-in, internal handler) that answer it.
  */
-#ifndef RMMI_ANALYZER_H
-#define RMMI_ANALYZER_H
+#ifndef KERV_COMMAND_ANALYZER_H
+#define KERV_COMMAND_ANALYZER_H
 
 #include "rmmi_common.h"
 
@@ -61,4 +61,4 @@ kal_bool rmmi_internal_cmd_processor(rmmi_string_struct *source_string_ptr);
 }
 #endif
 
-#endif /* RMMI_ANALYZER_H */
+#endif /* KERV_COMMAND_ANALYZER_H */

@@ -1,8 +1,10 @@
 #include "engine_context.h"
 
+#include "kal_io.h"
+#include "kerv_md_request.h"
+
 #include <cerrno>
 #include <cstring>
-#include <unistd.h>
 
 rmmi_context_struct *RMMI_PTR = nullptr;
 
@@ -22,16 +24,7 @@ void set_user_s_registers(rmmi_s_register_struct *s_reg) {
 
 /* Writes all of buf, as many writes as it takes, until the receiver refuses. */
 void write_plainly(int fd, const void *buf, size_t len) {
-    const char *next = static_cast<const char *>(buf);
-    while (len > 0) {
-        const ssize_t written = write(fd, next, len);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return;
-        next += written;
-        len -= static_cast<size_t>(written);
-    }
+    kal_write_all(fd, buf, len);
 }
 
 /* Set before the worker starts, read by the worker only. */
@@ -120,6 +113,10 @@ void rmmi_read_custom_default_setting(rmmi_process_multi_cmd_type type,
 
 rmmi_context_struct *rmmi_get_context_ptr(void) {
     return RMMI_PTR;
+}
+
+kal_uint32 rmmi_relay_target(const rmmi_context_struct *context) {
+    return context->chip_type == RMMI_MODEMD_LTE ? MODEM_TARGET_LTE : MODEM_TARGET_MD;
 }
 
 void rmmi_reset(void) {

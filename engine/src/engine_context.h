@@ -8,8 +8,8 @@
  * writes it during start-up, before the worker threads exist; afterwards only the request
  * worker reads and writes it, one request at a time, so it carries no lock.
  */
-#ifndef RMMI_INIT_H
-#define RMMI_INIT_H
+#ifndef KERV_ENGINE_CONTEXT_H
+#define KERV_ENGINE_CONTEXT_H
 
 #include "kal_common.h"
 #include "rmmi_common.h"
@@ -113,6 +113,8 @@ void rmmi_read_custom_default_setting(rmmi_process_multi_cmd_type type,
                                       rmmi_modemd_target_type ctype,
                                       rmmi_result_code_format format);
 rmmi_context_struct *rmmi_get_context_ptr(void);
+/* The modem that receives relayed commands: LTE when chosen, otherwise the 2G/3G modem. */
+kal_uint32 rmmi_relay_target(const rmmi_context_struct *context);
 /* Puts the user-settable part of the context back to its reset values. */
 void rmmi_reset(void);
 
@@ -131,4 +133,4 @@ void rmmi_write_output(int fd, const void *buf, size_t len);
 }
 #endif
 
-#endif /* RMMI_INIT_H */
+#endif /* KERV_ENGINE_CONTEXT_H */

@@ -2,8 +2,8 @@
  * The engine's entry points: one AT command line in, its whole answer written to a
  * descriptor; and the command-name hash that local applications ask for.
  */
-#ifndef RMMI_MSGHDLR_H
-#define RMMI_MSGHDLR_H
+#ifndef KERV_ENGINE_ENTRY_H
+#define KERV_ENGINE_ENTRY_H
 
 #include "kal_common.h"
 
@@ -20,6 +20,17 @@ extern "C" {
  */
 void rmmi_process_multi_cmd(int fd, const char *arg);
 
+/*
+ * Two-step commands (a command line, then a message text up to Ctrl-Z), request worker
+ * thread only. rmmi_two_step_prompt writes the line's echo (when echo is on) and the prompt
+ * "\r\n> "; rmmi_two_step_send relays request (the line, its carriage return, the text and
+ * the Ctrl-Z) to the modem as one request and writes its answer unchanged ("\r\nERROR\r\n"
+ * when the modem daemon gives none); rmmi_two_step_cancel answers a text cancelled with ESC.
+ */
+void rmmi_two_step_prompt(int fd, const char *line);
+void rmmi_two_step_send(int fd, const char *request);
+void rmmi_two_step_cancel(int fd);
+
 /* Generation hash of a command name such as "AT+CGDCONT" or "+cgdcont". */
 kal_bool rmmi_custom_compute_at_cmd(const kal_char *arg, kal_uint32 *h1, kal_uint32 *h2);
 
@@ -33,4 +44,4 @@ kal_bool rmmi_process_calcuate_cmd(int fd, const char *arg, char *res, int strin
 }
 #endif
 
-#endif /* RMMI_MSGHDLR_H */
+#endif /* KERV_ENGINE_ENTRY_H */

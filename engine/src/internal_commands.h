@@ -4,8 +4,8 @@
  * identified by the classification hash of their name; the handler table runs parallel
  * to the hash table.
  */
-#ifndef RMMI_BASIC_VAL_H
-#define RMMI_BASIC_VAL_H
+#ifndef KERV_INTERNAL_COMMANDS_H
+#define KERV_INTERNAL_COMMANDS_H
 
 #include "rmmi_common.h"
 
@@ -39,4 +39,4 @@ kal_bool rmmi_atv_hdlr(rmmi_string_struct *source_string_ptr, char *out, kal_uin
 }
 #endif
 
-#endif /* RMMI_BASIC_VAL_H */
+#endif /* KERV_INTERNAL_COMMANDS_H */

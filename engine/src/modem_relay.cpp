@@ -69,6 +69,8 @@ kal_uint32 send_cmd_to_md(kal_uint32 target, kal_uint8 *in, char *out, kal_uint3
     const modemd_status_enum status =
         modemd_exchange(&req, &resp, kRelayWaits, trace_relay_request, &detail);
     char status_text[64];
+    /* After a time-out out holds whatever the caller left there: the log shows none of it. */
+    const char *filled = out;
     switch (status) {
     case MODEMD_SOCKET_FAILED:
     case MODEMD_SEND_FAILED:
@@ -88,6 +90,7 @@ kal_uint32 send_cmd_to_md(kal_uint32 target, kal_uint8 *in, char *out, kal_uint3
         modemd_status_text(status_text, sizeof(status_text), status, detail);
         KERV_WARN("%s", status_text);
         result = NO_NW_SERVICE;
+        filled = "";
         break;
     case MODEMD_ANSWERED:
         KERV_INFO(" resp_id = %d, token = %d, target = %d, result = %d, len = %d", resp.response_id,
@@ -95,8 +98,9 @@ kal_uint32 send_cmd_to_md(kal_uint32 target, kal_uint8 *in, char *out, kal_uint3
         result = take_answer(&resp, out, length);
         break;
     default:
+        filled = "";
         break;
     }
-    KERV_WARN("libmodemd response = [%s]", out);
+    KERV_WARN("libmodemd response = [%s]", filled);
     return result;
 }

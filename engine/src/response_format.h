@@ -4,8 +4,8 @@
  * codes in the form the context selects (verbose or numeric, error report mode). All
  * writes go to the context's fd, each in one write.
  */
-#ifndef RMMI_RSPFMTTR_H
-#define RMMI_RSPFMTTR_H
+#ifndef KERV_RESPONSE_FORMAT_H
+#define KERV_RESPONSE_FORMAT_H
 
 #include "rmmi_common.h"
 
@@ -52,4 +52,4 @@ void rmmi_int_to_ascii_converter(kal_uint32 digit, kal_uint8 *buff_ptr);
 }
 #endif
 
-#endif /* RMMI_RSPFMTTR_H */
+#endif /* KERV_RESPONSE_FORMAT_H */

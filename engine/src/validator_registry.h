@@ -7,8 +7,8 @@
  * plug-ins' memory; the registry only points at them. Built by the main thread at start-up
  * by the plug-in loader, read afterwards by the request worker alone; no lock.
  */
-#ifndef VALIDATOR_REGISTRY_H
-#define VALIDATOR_REGISTRY_H
+#ifndef KERV_VALIDATOR_REGISTRY_H
+#define KERV_VALIDATOR_REGISTRY_H
 
 #include "kal_common.h"
 #include "rmmi_common.h"
@@ -23,4 +23,4 @@ void init_validators(void);
 kal_bool set_validator(char *name, rmmi_validator_t *data);
 kal_bool get_validator(char *name, rmmi_validator_t **data);
 
-#endif /* VALIDATOR_REGISTRY_H */
+#endif /* KERV_VALIDATOR_REGISTRY_H */

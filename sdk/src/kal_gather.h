@@ -15,8 +15,6 @@
 #ifndef KAL_GATHER_H
 #define KAL_GATHER_H
 
-#include <stddef.h>
-
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -34,13 +32,6 @@ void kal_gather_flush(void);
  * not fit is dropped, and the drop is said in one line if there is room for it.
  */
 void kal_gather_write_on_signal(void);
-/*
- * Async-signal-safe: writes as much of bytes to fd as fd takes now, without blocking (a pipe
- * or socket nobody reads, a terminal held by flow control); the number of bytes written.
- */
-size_t kal_write_without_blocking(int fd, const char *bytes, size_t len);
-/* Async-signal-safe: writes n in decimal at at; the number of digits. */
-size_t kal_put_decimal(char *at, unsigned int n);
 
 #ifdef __cplusplus
 }

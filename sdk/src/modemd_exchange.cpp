@@ -1,6 +1,7 @@
 #include "modemd_exchange.h"
 
 #include "kal_gather.h"
+#include "kal_io.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -10,7 +11,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace {
@@ -66,12 +66,6 @@ sockaddr_in modemd_address() {
 
 enum class WaitOutcome { Readable, Failed, TimedOut };
 
-long long monotonic_millis() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
-
 /*
  * The exchange socket is connected to the modem daemon's address and port, so that the
  * kernel hands it datagrams from there only: no other local sender can answer for the modem
@@ -102,7 +96,7 @@ void forget_refusal(int fd) {
    or a refusal neither ends nor restarts the wait. */
 int poll_until(int fd, long long wait_ends) {
     for (;;) {
-        const long long left = wait_ends - monotonic_millis();
+        const long long left = wait_ends - kal_now_ms();
         pollfd watched{fd, POLLIN, 0};
         const int ready = poll(&watched, 1, left > 0 ? static_cast<int>(left) : 0);
         if (ready > 0 && (watched.revents & POLLIN) == 0) {
@@ -123,7 +117,7 @@ int poll_until(int fd, long long wait_ends) {
 WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
     const int one_wait = wait_millis();
     while (timeout_count > 0) {
-        const int ready = poll_until(fd, monotonic_millis() + one_wait);
+        const int ready = poll_until(fd, kal_now_ms() + one_wait);
         if (ready > 0)
             return WaitOutcome::Readable;
         if (ready < 0) {

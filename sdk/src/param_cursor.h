@@ -2,8 +2,8 @@
  * The parameter readers' view of a command cursor, shared by the toolkit's source files:
  * the cursor with the length of its text, and the steps every reader takes over it.
  */
-#ifndef RMMI_UTILITY_CURSOR_H
-#define RMMI_UTILITY_CURSOR_H
+#ifndef KERV_PARAM_CURSOR_H
+#define KERV_PARAM_CURSOR_H
 
 #include "rmmi_utility.h"
 
@@ -74,4 +74,4 @@ inline bool ends_parameter(const param_reader &reader, kal_uint8 delimiter, kal_
 
 } // namespace rmmi_cursor
 
-#endif /* RMMI_UTILITY_CURSOR_H */
+#endif /* KERV_PARAM_CURSOR_H */

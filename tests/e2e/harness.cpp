@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -22,6 +23,7 @@
 #include <termios.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 extern char **environ;
 
@@ -48,9 +50,83 @@ template <typename Op> bool on_loopback(int type, unsigned int port, Op op) {
     return result;
 }
 
-/* This process's environment with settings put in (replacing what it had for them). */
+/*
+ * Every program a test starts ends with the test, however the test ends: CTest kills a test
+ * that runs out of time outright, and kervd has forked away from its launcher by then. Each
+ * program carries the test's mark as the first entry of its environment; a keeper process,
+ * forked once, waits for the end of a pipe that only this process writes to, then kills
+ * every process that carries the mark. The keeper makes system calls only: the test
+ * process it was forked from has threads.
+ */
+constexpr char kKeeperMark[] = "KERV_TEST_KEEPER=";
+
+/* The process named by a /proc entry when its environment starts with the mark and its
+   NUL, else 0. */
+pid_t marked_process(const char *entry_name, const char *mark, size_t mark_size) {
+    char path[64] = "/proc/";
+    size_t at = strlen(path);
+    pid_t pid = 0;
+    for (const char *digit = entry_name; *digit != '\0'; digit++) {
+        if (*digit < '0' || *digit > '9' || at >= sizeof(path) - 9)
+            return 0;
+        pid = pid * 10 + (*digit - '0');
+        path[at++] = *digit;
+    }
+    memcpy(path + at, "/environ", 9);
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return 0;
+    char head[128];
+    const ssize_t got = read(fd, head, mark_size);
+    close(fd);
+    return got == static_cast<ssize_t>(mark_size) && memcmp(head, mark, mark_size) == 0 ? pid : 0;
+}
+
+[[noreturn]] void keep(int line, const char *mark, size_t mark_size) {
+    dup2(line, STDIN_FILENO);
+    close_range(STDOUT_FILENO, ~0U, 0);
+    struct sigaction ignored = {};
+    ignored.sa_handler = SIG_IGN;
+    for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        sigaction(sig, &ignored, nullptr);
+    char byte;
+    while (read(STDIN_FILENO, &byte, 1) != 0) {
+    }
+    const int proc = open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    char entries[4096];
+    ssize_t got;
+    while ((got = getdents64(proc, entries, sizeof(entries))) > 0) {
+        for (ssize_t at = 0; at < got;) {
+            const auto *entry = reinterpret_cast<const dirent64 *>(entries + at);
+            at += entry->d_reclen;
+            const pid_t marked = marked_process(entry->d_name, mark, mark_size);
+            if (marked > 0)
+                kill(marked, SIGKILL);
+        }
+    }
+    _exit(0);
+}
+
+/* The mark of this test's programs, "KERV_TEST_KEEPER=<test pid>"; the keeper starts with
+   the first call. */
+const std::string &keeper_mark() {
+    static const std::string mark = [] {
+        const std::string text = kKeeperMark + std::to_string(getpid());
+        int line[2];
+        if (pipe2(line, O_CLOEXEC) != 0)
+            return text;
+        if (fork() == 0)
+            keep(line[0], text.c_str(), text.size() + 1);
+        close(line[0]); /* line[1] stays open, and the keeper waiting, until this process ends */
+        return text;
+    }();
+    return mark;
+}
+
+/* This process's environment with the keeper's mark first and settings put in (replacing
+   what it had for them). */
 std::vector<std::string> environment_with(const Settings &settings) {
-    std::vector<std::string> env_text;
+    std::vector<std::string> env_text = {keeper_mark()};
     for (char **entry = environ; *entry != nullptr; entry++) {
         const std::string line = *entry;
         if (settings.count(line.substr(0, line.find('='))) == 0)
@@ -68,6 +144,27 @@ std::vector<char *> pointers_to(std::vector<std::string> &texts) {
         pointers.push_back(text.data());
     pointers.push_back(nullptr);
     return pointers;
+}
+
+/* A socket of a /proc/net table: its local address, state and queues ("tx:rx", hex). */
+struct SocketRow {
+    std::string local, state, queues;
+};
+
+/* The sockets of table whose local port is port. */
+std::vector<SocketRow> sockets_on(const char *table_path, unsigned int port) {
+    char local_end[8];
+    snprintf(local_end, sizeof(local_end), ":%04X", port);
+    std::istringstream table(read_file(table_path));
+    std::vector<SocketRow> rows;
+    std::string sl, remote;
+    for (std::string line; std::getline(table, line);) {
+        SocketRow row;
+        std::istringstream(line) >> sl >> row.local >> remote >> row.state >> row.queues;
+        if (row.local.size() > 5 && row.local.compare(row.local.size() - 5, 5, local_end) == 0)
+            rows.push_back(row);
+    }
+    return rows;
 }
 
 /* A process that is gone or only waits to be reaped by its parent has ended. */
@@ -114,6 +211,27 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(path, ignored);
 }
 
+ScopedSetting::ScopedSetting(const char *name_, const char *value) : name(name_) {
+    const char *current = getenv(name_);
+    was_set = current != nullptr;
+    earlier = was_set ? current : "";
+    setenv(name_, value, 1);
+}
+
+ScopedSetting::~ScopedSetting() {
+    if (was_set)
+        setenv(name.c_str(), earlier.c_str(), 1);
+    else
+        unsetenv(name.c_str());
+}
+
+size_t count_of(const std::string &text, const std::string &what) {
+    size_t count = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+        count++;
+    return count;
+}
+
 std::string read_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     std::stringstream content;
@@ -135,6 +253,28 @@ bool eventually(const std::function<bool()> &check, std::chrono::milliseconds pa
     return check();
 }
 
+namespace {
+
+/*
+ * A port is this process's for its whole life once it holds the abstract socket name
+ * "kerv-test-port-<port>": tests running side by side (each its own process) can never pick
+ * the same one, whatever the timing of their daemons' binds.
+ */
+bool reserve_port(unsigned int port) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const int name_len =
+        snprintf(address.sun_path + 1, sizeof(address.sun_path) - 1, "kerv-test-port-%u", port);
+    const auto address_len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name_len);
+    if (bind(fd, reinterpret_cast<sockaddr *>(&address), address_len) == 0)
+        return true; /* fd stays open until this process ends */
+    close(fd);
+    return false;
+}
+
+} // namespace
+
 unsigned int free_port(int sock_type) {
     /* Below the ephemeral range: a port the kernel hands out for port 0 (to a stand-in or a
        client of a test running in parallel) could otherwise be the one picked here. */
@@ -144,7 +284,8 @@ unsigned int free_port(int sock_type) {
     std::uniform_int_distribution<unsigned int> ports(10000, ephemeral_low - 1);
     for (;;) {
         const unsigned int port = ports(pick);
-        if (on_loopback(sock_type, port, [](int fd, sockaddr *address, socklen_t len) {
+        if (reserve_port(port) &&
+            on_loopback(sock_type, port, [](int fd, sockaddr *address, socklen_t len) {
                 reinterpret_cast<sockaddr_in *>(address)->sin_addr.s_addr = htonl(INADDR_ANY);
                 return bind(fd, address, len) == 0;
             }))
@@ -308,16 +449,10 @@ bool Daemon::alive() const {
 }
 
 unsigned long Daemon::unsent_to_host() const {
-    /* The daemon's end of the connection: local port ours, state 01 (established). */
-    char local_end[16];
-    snprintf(local_end, sizeof(local_end), ":%04X ", tcp_port_);
-    std::istringstream table(read_file("/proc/net/tcp"));
-    std::string sl, local, remote, state, queues;
-    for (std::string line; std::getline(table, line);) {
-        std::istringstream(line) >> sl >> local >> remote >> state >> queues;
-        if ((local + " ").find(local_end) != std::string::npos && state == "01")
-            return strtoul(queues.c_str(), nullptr, 16);
-    }
+    /* The daemon's end of the connection: state 01 (established). */
+    for (const SocketRow &row : sockets_on("/proc/net/tcp", tcp_port_))
+        if (row.state == "01")
+            return strtoul(row.queues.c_str(), nullptr, 16);
     return 0;
 }
 
@@ -394,10 +529,10 @@ bool tcp_accepts(unsigned int port) {
     });
 }
 
+/* Read from the kernel's table: a probe that bound the port, even for a moment, would make
+   a daemon's bind fail if it came just then, and the daemon would never take the port. */
 bool udp_bound(unsigned int port) {
-    return on_loopback(SOCK_DGRAM, port, [](int fd, sockaddr *address, socklen_t len) {
-        return bind(fd, address, len) != 0 && errno == EADDRINUSE;
-    });
+    return !sockets_on("/proc/net/udp", port).empty();
 }
 
 void send_urc(unsigned int port, const std::string &bytes) {

@@ -39,11 +39,26 @@ struct TempDir {
     std::string file(const std::string &name) const { return path + "/" + name; }
 };
 
+/* A development setting for the programs started while it lives; the earlier value (or
+   its absence) comes back at the end. */
+struct ScopedSetting {
+    ScopedSetting(const char *name, const char *value);
+    ~ScopedSetting();
+    ScopedSetting(const ScopedSetting &) = delete;
+    ScopedSetting &operator=(const ScopedSetting &) = delete;
+    std::string name;
+    bool was_set;
+    std::string earlier;
+};
+
 std::string read_file(const std::string &path);
+/* How many times what occurs in text. */
+size_t count_of(const std::string &text, const std::string &what);
 void write_file(const std::string &path, const std::string &content);
 /* Retries check until it holds or patience passed. */
 bool eventually(const std::function<bool()> &check, std::chrono::milliseconds patience = kPatience);
-/* A port that was free a moment ago, outside the range the kernel picks ports from. */
+/* A port that was free a moment ago, outside the range the kernel picks ports from, and
+   that no other test process picks while this one runs. */
 unsigned int free_port(int sock_type);
 
 /* Starts path with args, this process's environment plus settings, standard input from
@@ -153,7 +168,7 @@ class Host {
 
 /* True when a TCP connection to 127.0.0.1:port is accepted (one try). */
 bool tcp_accepts(unsigned int port);
-/* True when something holds the UDP port on 127.0.0.1. */
+/* True when a UDP socket holds the port. */
 bool udp_bound(unsigned int port);
 void send_urc(unsigned int port, const std::string &bytes);
 

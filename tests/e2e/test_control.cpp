@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -14,10 +17,12 @@ const std::string kEchoOn = "ATE1\r\r\nOK\r\n";
 struct Control : testing::Test {
     void SetUp() override {
         options.store["KERV_URC_LISTEN_ENABLE"] = "1";
-        setenv("KERVD_CONTROL_TIMEOUT_MS", "200", 1); /* a silent client is dropped soon */
         daemon = std::make_unique<Daemon>(dir, modem, options);
         ASSERT_TRUE(daemon->start()) << daemon->output();
     }
+    ScopedSetting silent_clients{"KERVD_CONTROL_TIMEOUT_MS", "200"}; /* dropped soon */
+    /* No host is cut off for not reading before a test's deadline: only STOP does that. */
+    ScopedSetting no_stall_cut_off{"KERVD_HOST_STALL_MS", "60000"};
     std::string app(u_int16_t cmd, const char *arg0 = nullptr) {
         return app_request(daemon->socket_path(), cmd, arg0);
     }
@@ -64,9 +69,13 @@ TEST_F(Control, StopAndStartCloseTheChannelAndTheControlSocketKeepsWorking) {
     EXPECT_EQ(app(KERV_REQUEST_CMD_STOP), "");
     EXPECT_FALSE(tcp_accepts(daemon->tcp_port()));
     EXPECT_EQ(host.read_for(500ms), ""); /* the host sees the end of its connection */
-    /* Nothing left to close: again, and START, which closes like STOP. */
+    /* Nothing left to close: again, and START, which closes like STOP. Each says so. */
     EXPECT_EQ(app(KERV_REQUEST_CMD_STOP), "");
     EXPECT_EQ(app(KERV_REQUEST_CMD_START), "");
+    const std::string output = daemon->output();
+    EXPECT_EQ(count_of(output, "kerv_deinit\n"), 3u) << output;
+    EXPECT_EQ(count_of(output, "close new_fd.\n"), 1u) << output;
+    EXPECT_EQ(count_of(output, "kerv is NULL"), 2u) << output;
     EXPECT_EQ(app(KERV_REQUEST_CMD_GEN_HASH, "E"), "hash_value1=[5], hash_value2=[0]");
     EXPECT_EQ(app(KERV_REQUEST_CMD_RELOAD), "RELOAD...");
     send_urc(daemon->urc_port(), "RING");
@@ -79,17 +88,23 @@ TEST_F(Control, StopCutsOffAHostThatStoppedReading) {
     host.send("ATE1\r");
     ASSERT_EQ(host.read_like(kEchoOn), kEchoOn);
     /* URCs for a host that never reads, until the worker waits for room to write: the
-       bytes the daemon holds for the host stop growing. */
-    unsigned long unsent = 0;
-    ASSERT_TRUE(eventually([&] {
-        for (int i = 0; i < 50; i++)
+       bytes the daemon holds for the host stop growing while URCs keep coming. */
+    std::atomic<bool> flooding{true};
+    std::thread flood([&] {
+        while (flooding)
             send_urc(daemon->urc_port(), std::string(1000, 'u'));
+    });
+    unsigned long unsent = 0;
+    int unchanged = 0;
+    EXPECT_TRUE(eventually([&] {
         const unsigned long now = daemon->unsent_to_host();
-        const bool stalled = now > 0 && now == unsent;
+        unchanged = now > 0 && now == unsent ? unchanged + 1 : 0;
         unsent = now;
-        return stalled;
+        return unchanged == 10;
     }));
     EXPECT_EQ(app(KERV_REQUEST_CMD_STOP), "");
+    flooding = false;
+    flood.join();
     /* The worker is free again: a reload is answered. */
     EXPECT_EQ(app(KERV_REQUEST_CMD_RELOAD), "RELOAD...");
 }

@@ -21,13 +21,6 @@ const std::string kEchoOn = "ATE1\r\r\nOK\r\n";
 const std::string kLongLine = "ATE1" + std::string(1000, ' ') + "\r";
 const std::string kLongAnswer = kLongLine + "\r\nOK\r\n";
 
-/* A development setting for the daemons this test starts. */
-struct ScopedSetting {
-    ScopedSetting(const char *name, const char *value) : name_(name) { setenv(name, value, 1); }
-    ~ScopedSetting() { unsetenv(name_); }
-    const char *name_;
-};
-
 /* A control client that has connected and sent nothing yet. */
 int connect_control(const std::string &path) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -223,11 +216,7 @@ TEST_F(Hardening, PlugInWithAnUnresolvedSymbolIsReportedWhenLoaded) {
 }
 
 size_t gated_lines(const std::string &output) {
-    size_t count = 0;
-    for (size_t at = output.find("[KERV] <"); at != std::string::npos;
-         at = output.find("[KERV] <", at + 1))
-        count++;
-    return count;
+    return count_of(output, "[KERV] <");
 }
 
 /* A request's diagnostics wait for its end; a signal that ends the daemon first still lets

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <termios.h>
+#include <unistd.h>
 
 namespace e2e {
 namespace {
@@ -74,6 +76,35 @@ TEST_F(Serial, EndOfDeviceClosesTheChannelAndTheDaemonGoesOn) {
     EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_GEN_HASH, "E"),
               "hash_value1=[5], hash_value2=[0]");
     EXPECT_TRUE(daemon->alive());
+}
+
+/* With KERV_SERIAL_REOPEN the channel outlives a hang-up: the device (a link that the test
+   points at a new pty, as a gadget port comes back after the cable) is opened again. */
+TEST(SerialReopen, AfterAHangUpTheReturningDeviceIsServedAgain) {
+    TempDir dir;
+    FakeModem modem;
+    auto first = std::make_unique<Pty>();
+    const std::string link = dir.file("ttyGS0");
+    ASSERT_EQ(symlink(first->device.c_str(), link.c_str()), 0);
+    DaemonOptions options;
+    options.store["KERV_LISTEN_TYPE"] = "1";
+    options.store["KERV_SERIAL_REOPEN"] = "1";
+    options.serial_device = link;
+    Daemon daemon(dir, modem, options);
+    ASSERT_TRUE(daemon.start()) << daemon.output();
+    ASSERT_TRUE(first->wait_opened()) << daemon.output();
+    Host::on(first->master).send("ATE1\r");
+    EXPECT_EQ(Host::on(first->master).read_like("ATE1\r\r\nOK\r\n"), "ATE1\r\r\nOK\r\n");
+
+    first.reset(); /* the hang-up */
+    Pty second;
+    const std::string next_link = dir.file("ttyGS0.next");
+    ASSERT_EQ(symlink(second.device.c_str(), next_link.c_str()), 0);
+    ASSERT_EQ(rename(next_link.c_str(), link.c_str()), 0);
+    ASSERT_TRUE(second.wait_opened()) << daemon.output();
+    Host host = Host::on(second.master);
+    host.send("ATE1\r");
+    EXPECT_EQ(host.read_like("ATE1\r\r\nOK\r\n"), "ATE1\r\r\nOK\r\n") << daemon.output();
 }
 
 TEST(SerialMissing, DaemonRunsOnWithoutAChannel) {

@@ -9,13 +9,6 @@
 namespace e2e {
 namespace {
 
-size_t count_of(const std::string &text, const std::string &what) {
-    size_t count = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
-        count++;
-    return count;
-}
-
 TEST(StartUp, BannerOncePidWrittenOverTheOldTextAndStaleSocketReplaced) {
     TempDir dir;
     FakeModem modem;

@@ -56,3 +56,10 @@ reload
 > AT+CSQ\r
 = 1 998 AT+CSQ\r
 < \r\n+CSQ: 20,99\r\n\r\nOK\r\n
+
+# Without KERV_PROMPT_COMMANDS a two-step command is an ordinary line: no prompt, and a
+# text ended by Ctrl-Z alone ends no line.
+> AT+CMGS=19\r
+= 1 998 AT+CMGS=19\r
+< \r\nOK\r\n
+> 0011\x1a

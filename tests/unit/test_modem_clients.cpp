@@ -84,4 +84,23 @@ TEST(ModemClients, GeneralRequestSucceedsOnlyOnResultOkAndAlwaysSaysWhy) {
     EXPECT_EQ(out, "error,10001,can't create the socket");
 }
 
+/* A relay the modem daemon never answers leaves the caller's buffer alone, and its log
+   line does not read it. */
+TEST(ModemClients, RelayWithoutAnAnswerFailsAndLogsNoTextOfTheCaller) {
+    modemd_stub::Stub modemd;
+    modemd.answer(Reply::silent, "", 0);
+    setenv("KERVD_MODEMD_WAIT_MS", "10", 1);
+    kal_uint8 command[] = "ATE0\r";
+    char out[16] = "stale";
+    kal_uint32 length = sizeof(out) - 1;
+    g_dbg_print = KAL_DBG_WARNING;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(send_cmd_to_md(MODEM_TARGET_LTE, command, out, &length), kal_uint32{NO_NW_SERVICE});
+    fflush(stdout);
+    g_dbg_print = 0;
+    const std::string log = testing::internal::GetCapturedStdout();
+    EXPECT_NE(log.find("libmodemd response = []"), std::string::npos) << log;
+    EXPECT_STREQ(out, "stale");
+}
+
 } // namespace

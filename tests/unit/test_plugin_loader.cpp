@@ -111,6 +111,11 @@ TEST_F(Loader, DirectoryThatCannotBeOpenedLeavesNoTable) {
     EXPECT_EQ(lookup("+alpha"), nullptr);
     setenv("KERVD_PLUGIN_DIR", (dir.path + "/missing").c_str(), 1);
     EXPECT_EQ(config_libdir(), KAL_FALSE);
+    /* Empty is unset: not the working directory, however many plug-ins lie there. */
+    ASSERT_EQ(chdir(dir.path.c_str()), 0);
+    setenv("KERVD_PLUGIN_DIR", "", 1);
+    config_libdir();
+    EXPECT_EQ(lookup("+alpha"), nullptr);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
  * the control socket (stop, start, reload, hash), URC datagrams to the URC port, and AT
  * command lines to the TCP command channel, printing the answers as they come.
  */
+#include "kal_io.h"
 #include "kervctl_answer.h"
 #include "request.h"
 #include "sncfg.h"
@@ -14,8 +15,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <csignal>
 #include <cstring>
-#include <ctime>
 #include <netinet/in.h>
 #include <poll.h>
 #include <string>
@@ -191,39 +192,24 @@ unsigned int port_for(const Options &opts, const char *key, unsigned int default
     return opts.port > 0 ? static_cast<unsigned int>(opts.port) : store_port(key, default_port);
 }
 
-double now_s() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
+/* The monotonic time, in ms, timeout_s seconds from now. */
+long long deadline_after(double timeout_s) {
+    return kal_now_ms() + static_cast<long long>(std::ceil(timeout_s * 1000.0));
 }
 
-/* Waits until fd can be read or the deadline (monotonic seconds) has passed. */
-bool wait_readable(int fd, double deadline) {
+/* Waits until fd can be read or the deadline (kal_now_ms) has passed. */
+bool wait_readable(int fd, long long deadline) {
     for (;;) {
-        const double left = deadline - now_s();
-        if (left <= 0.0)
+        const long long left = deadline - kal_now_ms();
+        if (left <= 0)
             return false;
         struct pollfd pfd = {fd, POLLIN, 0};
-        const int ready = poll(&pfd, 1, static_cast<int>(std::ceil(left * 1000.0)));
+        const int ready = poll(&pfd, 1, static_cast<int>(left));
         if (ready > 0)
             return true;
         if (ready < 0 && errno != EINTR)
             return false;
     }
-}
-
-bool send_all(int fd, const void *bytes, size_t len) {
-    const char *p = static_cast<const char *>(bytes);
-    while (len > 0) {
-        const ssize_t sent = send(fd, p, len, MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR)
-            continue;
-        if (sent <= 0)
-            return false;
-        p += sent;
-        len -= static_cast<size_t>(sent);
-    }
-    return true;
 }
 
 struct sockaddr_in loopback(unsigned int port) {
@@ -241,7 +227,7 @@ struct sockaddr_in loopback(unsigned int port) {
  */
 int read_reply(int fd, kervRequest_t *reply, double timeout_s) {
     char *into = reinterpret_cast<char *>(reply);
-    const double deadline = now_s() + timeout_s;
+    const long long deadline = deadline_after(timeout_s);
     int got = 0;
     while (got < KERV_REQUEST_WIRE_MAX) {
         if (!wait_readable(fd, deadline)) {
@@ -304,7 +290,7 @@ int run_control(const Options &opts, u_int16_t cmd, const char *arg0, bool has_r
     }
     int status = kExitOk;
     kervRequest_t reply;
-    if (!send_all(fd, &request, static_cast<size_t>(size))) {
+    if (!kal_write_all(fd, &request, static_cast<size_t>(size))) {
         complain("cannot send the request: %s", strerror(errno));
         status = kExitFailed;
     } else {
@@ -360,7 +346,7 @@ struct ChannelInput {
  * Makes unread bytes available in input, waiting until wait_until. 1 when there are some,
  * 0 on time-out, -1 when the connection ended or failed (errno set, or 0 for its end).
  */
-int fill_input(int fd, ChannelInput *input, double wait_until) {
+int fill_input(int fd, ChannelInput *input, long long wait_until) {
     while (input->start == input->end) {
         if (!wait_readable(fd, wait_until))
             return 0;
@@ -394,7 +380,7 @@ kervctl_answer_e read_to_final(int fd, ChannelInput *input, const char *line, do
                                std::string *held) {
     kervctl_answer_scan_t scan;
     kervctl_answer_reset(&scan);
-    const double deadline = now_s() + timeout_s;
+    const long long deadline = deadline_after(timeout_s);
     for (;;) {
         const int filled = fill_input(fd, input, deadline);
         if (filled == 0) {
@@ -426,7 +412,7 @@ kervctl_answer_e read_to_final(int fd, ChannelInput *input, const char *line, do
  */
 kervctl_answer_e read_stopped_line_result(int fd, ChannelInput *input, const char *line,
                                           double timeout_s) {
-    if (!send_all(fd, kProbeLine, strlen(kProbeLine))) {
+    if (!kal_write_all(fd, kProbeLine, strlen(kProbeLine))) {
         complain("cannot send to the daemon: %s", strerror(errno));
         return KERVCTL_ANSWER_PENDING;
     }
@@ -487,7 +473,7 @@ int run_at(const Options &opts) {
     int status = kExitOk;
     for (int i = 0; i < opts.arg_count && status == kExitOk; i++) {
         const char *line = opts.args[i];
-        if (!send_all(fd, line, strlen(line)) || !send_all(fd, "\r", 1)) {
+        if (!kal_write_all(fd, line, strlen(line)) || !kal_write_all(fd, "\r", 1)) {
             complain("cannot send '%s' to 127.0.0.1:%u: %s", line, port, strerror(errno));
             status = kExitFailed;
             break;
@@ -548,6 +534,8 @@ int run_command(const Options &opts) {
 } // namespace
 
 int main(int argc, char **argv) {
+    /* A daemon that closes the connection while kervctl writes makes the write fail. */
+    signal(SIGPIPE, SIG_IGN);
     Options opts;
     const int parsed = parse_arguments(argc, argv, &opts);
     if (parsed >= 0)

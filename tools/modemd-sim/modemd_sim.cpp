@@ -73,6 +73,10 @@ constexpr TableRow kTable[] = {
      "\r\n+CGDCONT: (1-15),\"IP\",,,(0-2),(0-4)\r\n+CGDCONT: (1-15),\"IPV6\",,,(0-2),(0-4)\r\n"
      "+CGDCONT: (1-15),\"IPV4V6\",,,(0-2),(0-4)\r\n\r\nOK\r\n"},
     {"AT+CSQ=?", nullptr, "\r\n+CSQ: (0-31,99),(0-7,99)\r\n\r\nOK\r\n"},
+    {"AT+CMGF=0", nullptr, "\r\nOK\r\n"},
+    {"AT+CMGF=1", nullptr, "\r\nOK\r\n"},
+    {"AT+CMGF?", nullptr, "\r\n+CMGF: 0\r\n\r\nOK\r\n"},
+    {"AT+CSCA?", nullptr, "\r\n+CSCA: \"+4670000000\",145\r\n\r\nOK\r\n"},
 };
 
 /* Commands whose answer is the modem's identity. */

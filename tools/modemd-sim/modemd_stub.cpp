@@ -23,11 +23,28 @@ bool is_at_request(uint32_t request_id) {
 }
 
 /* The AT text as a rule names it: without the termination character the engine appends. */
+/* The command line: the text up to its carriage return (a message text may follow it). */
 std::string command_of(const Request &request) {
-    std::string command = request.data.substr(0, request.data_len);
-    if (!command.empty() && command.back() == '\r')
-        command.pop_back();
-    return command;
+    const std::string text = request.data.substr(0, request.data_len);
+    return text.substr(0, text.find('\r'));
+}
+
+/* A message text after the line, ended with Ctrl-Z: a two-step command. */
+bool has_message(const Request &request) {
+    const size_t line_end = request.data.find('\r');
+    return line_end != std::string::npos && line_end + 1 < request.data.size() &&
+           request.data.back() == '\x1a';
+}
+
+/* What a modem answers a message it took: a reference (or, for +CMGW, the storage index)
+   for the send, write and command forms, a plain OK for an acknowledgement. */
+std::string message_answer(const std::string &command, unsigned int reference) {
+    if (strncasecmp(command.c_str(), "AT+CNMA", 7) == 0)
+        return "\r\nOK\r\n";
+    std::string name = command.substr(2, 5);
+    for (char &c : name)
+        c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+    return "\r\n" + name + ": " + std::to_string(reference) + "\r\n\r\nOK\r\n";
 }
 
 std::string trim(const std::string &text) {
@@ -124,6 +141,8 @@ std::string Stub::answer_text(const Request &request) {
         if ((rule->target == 0 || rule->target == request.target) &&
             strcasecmp(rule->command.c_str(), command.c_str()) == 0)
             return rule->answer;
+    if (has_message(request))
+        return message_answer(command, ++message_reference_ % 256);
     return fallback_;
 }
 

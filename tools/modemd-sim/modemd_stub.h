@@ -4,8 +4,10 @@
  * server behind a command line; tests, benchmarks and the fuzz target run it in-process.
  *
  * An AT request (ids 998 and 999) is answered from the rules, the last matching rule first;
- * a general request gets "ok". The answer's shape (silence, a short datagram, a result code,
- * a claimed data_len, a delay) is set for all requests at once.
+ * a general request gets "ok". A request that carries a message text after its line (the
+ * line, its carriage return, the text and Ctrl-Z) is matched by its line; when no rule
+ * answers it, it gets a message reference and OK as from a modem. The answer's shape (silence, a
+ * short datagram, a result code, a claimed data_len, a delay) is set for all requests at once.
  */
 #ifndef MODEMD_STUB_H
 #define MODEMD_STUB_H
@@ -102,6 +104,7 @@ class Stub {
     int64_t data_len_ = -1;
     std::string fallback_ = "\r\nOK\r\n";
     long delay_ms_ = 0;
+    unsigned int message_reference_ = 0; /* the last message reference given */
     std::thread thread_;
 };
 
