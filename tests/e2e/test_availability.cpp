@@ -25,12 +25,6 @@ namespace {
 const std::string kEchoOn = "ATE1\r\r\nOK\r\n";
 const std::string kSimPin = "\r\n+CPIN: SIM PIN\r\n\r\nOK\r\n";
 
-struct Setting {
-    Setting(const char *name, const char *value) : name_(name) { setenv(name, value, 1); }
-    ~Setting() { unsetenv(name_); }
-    const char *name_;
-};
-
 /* The daemon's open descriptors; with sockets, the inodes of its sockets. */
 int open_fds(pid_t pid, std::vector<std::string> *socket_inodes = nullptr) {
     int count = 0;
@@ -152,7 +146,7 @@ TEST_F(Availability, ReconnectStormDuringAModemWaitKeepsDescriptorsFlat) {
 }
 
 TEST_F(Availability, HostThatSendsSlowlyAndNeverReadsIsCutOff) {
-    Setting stall("KERVD_HOST_STALL_MS", "1000");
+    ScopedSetting stall("KERVD_HOST_STALL_MS", "1000");
     start();
     Host host(daemon->tcp_port());
     const int window = 16 * 1024;
