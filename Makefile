@@ -1,7 +1,8 @@
 # kervd: `make run` starts the daemon with the modem-daemon stand-in; `make test` builds
 # everything and runs every test; `make cross` does the same for armhf under qemu-arm;
 # `make package` writes the Debian packages for amd64 and armhf into $(PACKAGES);
-# `make fuzz` and `make soak` run the fuzz targets and the soak suite.
+# `make fuzz` and `make soak` run the fuzz targets and the soak suite. Each target first
+# installs what it needs from the system when it is missing (tools/setup/need.sh).
 BUILD       ?= build
 ASAN_BUILD  ?= build-asan
 TSAN_BUILD  ?= build-tsan
@@ -13,6 +14,7 @@ JOBS       ?= $(shell nproc)
 CTEST_ARGS ?= --output-on-failure -j $(JOBS)
 
 .PHONY: all build test test-hosts test-slow test-asan test-tsan cross cross-build package run bench-load format clean fuzz soak
+.PHONY: need-build need-cross need-hosts pkg-build package-check
 
 all: build
 
@@ -22,15 +24,33 @@ $(BUILD)/CMakeCache.txt:
 build: $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
 
+# What the system must have, installed when missing (as root) before anything is built.
+need-build: ; @tools/setup/need.sh build
+need-cross: ; @tools/setup/need.sh build cross package
+$(BUILD)/CMakeCache.txt test-asan test-tsan: | need-build
+cross-build: | need-cross
+
+# The packages of a /usr build of the product (no tests), checked like the armhf ones in
+# `make cross`: their contents, lintian, and a daemon started from the unpacked packages.
+test: package-check
+package-check: pkg-build
+	packaging/tests/check_package.sh $(PKG_BUILD)
+
+pkg-build: | need-build
+	@tools/setup/need.sh package
+	cmake -S . -B $(PKG_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
+	  -DKERV_BUILD_TESTS=OFF -DKERV_BUILD_BENCHMARKS=OFF
+	cmake --build $(PKG_BUILD) -j $(JOBS)
+
 # Everything but the checks labelled slow, which wait out the modem daemon's full time limits,
 # and the host-program checks (make test-hosts).
 test: build
 	ctest --test-dir $(BUILD) $(CTEST_ARGS) -LE 'slow|hosts'
 
-# Real host programs (gammu, wvdialconf, picocom, ModemManager, smsd) against kervd; each
-# test skips when its program is missing (apt-get install gammu wvdial picocom minicom
-# modemmanager smstools socat dbus).
-test-hosts: build
+# Real host programs (gammu, wvdialconf, picocom, ModemManager, smsd) against kervd; they are
+# installed first when missing (as root), and each test skips when its program is absent.
+need-hosts: ; @tools/setup/need.sh hosts
+test-hosts: build | need-hosts
 	ctest --test-dir $(BUILD) $(CTEST_ARGS) -L hosts
 
 test-slow: build
@@ -50,25 +70,21 @@ test-tsan:
 	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir $(TSAN_BUILD) $(CTEST_ARGS) -LE 'slow|hosts'
 
 # armhf: the cross toolchain builds everything (benchmarks aside) and the tests run under
-# qemu-arm. Needs g++-arm-linux-gnueabihf, qemu-user and googletest (sources).
+# qemu-arm (with g++-arm-linux-gnueabihf, qemu-user and googletest's sources).
 cross: cross-build
 	ctest --test-dir $(CROSS_BUILD) $(CTEST_ARGS) -LE 'slow|hosts'
 
 cross-build:
-	@command -v arm-linux-gnueabihf-g++ >/dev/null && command -v qemu-arm >/dev/null || \
-	  { echo "make cross needs: apt-get install g++-arm-linux-gnueabihf qemu-user googletest"; exit 1; }
 	cmake -S . -B $(CROSS_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake \
 	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr -DKERV_BUILD_BENCHMARKS=OFF
 	cmake --build $(CROSS_BUILD) -j $(JOBS)
 
 # Packages are built from /usr-prefixed builds: amd64 without tests, armhf from the cross build.
-package: cross-build
-	cmake -S . -B $(PKG_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
-	  -DKERV_BUILD_TESTS=OFF -DKERV_BUILD_BENCHMARKS=OFF
-	cmake --build $(PKG_BUILD) -j $(JOBS)
+package: cross-build pkg-build
 	cd $(PKG_BUILD) && cpack -G DEB -B $(abspath $(PACKAGES))
 	cd $(CROSS_BUILD) && cpack -G DEB -B $(abspath $(PACKAGES))
 	rm -rf $(PACKAGES)/_CPack_Packages
+	for ddeb in $(PACKAGES)/*.ddeb; do mv $$ddeb $${ddeb%.ddeb}.deb; done
 	@ls -l $(PACKAGES)/*.deb
 
 # Every fuzz target for FUZZ_SECONDS (default 60) in turn, in a Clang build with the whole

@@ -4,6 +4,7 @@
  * GEN_HASH request does. Whatever the line, nothing may be read or written outside a
  * buffer and no line flag may be left set for the next line.
  */
+#include "command_name_hash.h"
 #include "engine_context.h"
 #include "engine_entry.h"
 

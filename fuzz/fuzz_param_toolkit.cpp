@@ -7,6 +7,7 @@
  *
  * Input: function, delimiter, delimiter2, two bytes of max_length, start index, text.
  */
+#include "kerv_test_support.h"
 #include "rmmi_utility.h"
 
 #include <cctype>
@@ -24,26 +25,10 @@ void check(bool holds) {
         abort();
 }
 
-/* A buffer of exactly size bytes between two runs of guard bytes. */
-class Guarded {
-  public:
-    explicit Guarded(size_t size) : bytes_(size + 2 * kGuard, kGuardByte) {
-        memset(data(), kFill, size);
-    }
-    ~Guarded() {
-        for (size_t i = 0; i < kGuard; ++i)
-            check(bytes_[i] == kGuardByte && bytes_[bytes_.size() - 1 - i] == kGuardByte);
-    }
-    kal_uint8 *data() { return bytes_.data() + kGuard; }
-    char *chars() { return reinterpret_cast<char *>(data()); }
-    size_t size() const { return bytes_.size() - 2 * kGuard; }
-    bool terminated() { return size() > 0 && memchr(data(), 0, size()) != nullptr; }
-
-  private:
-    static constexpr size_t kGuard = 16;
-    static constexpr kal_uint8 kGuardByte = 0xA5;
-    static constexpr kal_uint8 kFill = 0x5A;
-    std::vector<kal_uint8> bytes_;
+/* A buffer the call under test may fill; its guards are checked when it goes. */
+struct Guarded : kerv_test::GuardedBuffer {
+    using GuardedBuffer::GuardedBuffer;
+    ~Guarded() { check(guards_intact()); }
 };
 
 /* One fuzz case: the parameters the input picked and the command text under test. */

@@ -1,5 +1,7 @@
 #include "csocket.h"
 
+#include "mutex_guard.h"
+
 #include "kal_common.h"
 
 #include <arpa/inet.h>
@@ -12,15 +14,6 @@
 static_assert(sizeof(struct sockaddr_in) == 16, "address records are copied as 16 bytes");
 
 namespace {
-
-/* Holds a handle's address mutex for one copy of an address field. */
-struct AddrLock {
-    pthread_mutex_t *mutex;
-    explicit AddrLock(pthread_mutex_t *m) : mutex(m) { pthread_mutex_lock(mutex); }
-    ~AddrLock() { pthread_mutex_unlock(mutex); }
-    AddrLock(const AddrLock &) = delete;
-    AddrLock &operator=(const AddrLock &) = delete;
-};
 
 csocket_t *as_socket(void *sock) {
     return static_cast<csocket_t *>(sock);
@@ -87,7 +80,7 @@ ssize_t receive_datagram(csocket_t *s, void *buf, int len, int flags, bool keep)
     const ssize_t ret = recvfrom(s->fd, buf, static_cast<size_t>(len), flags,
                                  reinterpret_cast<struct sockaddr *>(&from), &from_len);
     if (ret > 0 && keep) {
-        AddrLock lock(&s->mutex);
+        MutexGuard lock(&s->mutex);
         memcpy(&s->receive_addr, &from, from_len < sizeof(from) ? from_len : sizeof(from));
     }
     return ret;
@@ -172,7 +165,7 @@ int SOCK_Send(void *sock, const void *buf, int len) {
     /* A server replies to whoever it last heard from. */
     struct sockaddr_in dest;
     {
-        AddrLock lock(&s->mutex);
+        MutexGuard lock(&s->mutex);
         dest = s->is_serv == 1 ? s->receive_addr : s->remote_addr;
     }
     const char *bytes = static_cast<const char *>(buf);
@@ -264,7 +257,7 @@ int SOCK_Copy(void *sock, void **new_sock) {
     if (copy == nullptr)
         return -1;
 
-    AddrLock lock(&s->mutex);
+    MutexGuard lock(&s->mutex);
     copy->fd = s->fd;
     copy->type = s->type;
     copy->is_serv = s->is_serv;

@@ -1,5 +1,7 @@
 #include "request.h"
 
+#include "kerv_settings.h"
+
 #include "kal_common.h"
 
 #include <cerrno>
@@ -177,8 +179,7 @@ int kerv_copy_request(kervRequest_t *dest, kervRequest_t *src) {
     return ret;
 }
 const char *kerv_control_socket_path(void) {
-    const char *path = getenv(KERV_CONTROL_SOCKET_ENV);
-    return (path != nullptr && path[0] != '\0') ? path : KERV_CONTROL_SOCKET_DEFAULT;
+    return kerv_env_path(KERV_CONTROL_SOCKET_ENV, KERV_CONTROL_SOCKET_DEFAULT);
 }
 
 socklen_t kerv_control_socket_addr(struct sockaddr_un *addr) {

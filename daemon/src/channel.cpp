@@ -23,8 +23,6 @@
 
 namespace {
 
-constexpr unsigned int kDefaultPort = 5556;
-
 /* The one-slot registry: written by kerv_create before the threads start and by
    kerv_destory on the worker, once the channel server thread has ended. */
 kervInfo_t *kervInfoPool = nullptr;
@@ -67,7 +65,7 @@ void print_lookup(const char *key, unsigned long value) {
 
 unsigned int channel_from_config() {
     unsigned long value = KERV_CHANNEL_SOCKET;
-    const kerv_cfg_e found = kerv_cfg_number("KERV_LISTEN_TYPE", &value);
+    const kerv_cfg_e found = kerv_cfg_number(KERV_KEY_LISTEN_TYPE, &value);
     const long channel = static_cast<long>(value);
     const unsigned int kind =
         (channel < 0 || channel > KERV_CHANNEL_UART) ? 0u : static_cast<unsigned int>(channel);
@@ -87,7 +85,7 @@ unsigned int target_from_text(const char *text) {
 
 unsigned int target_from_config() {
     char *text = nullptr;
-    if (sncfg_get("KERV_MODEMD_TARGET_TYPE", &text) < 0)
+    if (sncfg_get(KERV_KEY_MODEMD_TARGET_TYPE, &text) < 0)
         return RMMI_MODEMD_LTE;
     const unsigned int target =
         text != nullptr ? target_from_text(text) : static_cast<unsigned int>(RMMI_MODEMD_LTE);
@@ -99,7 +97,7 @@ unsigned int target_from_config() {
 /* The result code format is fixed to verbose; the key is looked up and has no effect. */
 void look_up_result_format() {
     char *text = nullptr;
-    if (sncfg_get("KERV_AT_RESULT_FORMAT", &text) >= 0)
+    if (sncfg_get(KERV_KEY_AT_RESULT_FORMAT, &text) >= 0)
         free(text);
 }
 
@@ -269,15 +267,15 @@ int kerv_info_init(kervInfo_t *kerv) {
         return 0;
     }
     KERV_DBG("get configuration!!!!");
-    unsigned long port = kDefaultPort;
-    if (kerv_cfg_number("KERV_LISTEN_PORT", &port) != KERV_CFG_MISSING)
+    unsigned long port = KERV_DEFAULT_LISTEN_PORT;
+    if (kerv_cfg_number(KERV_KEY_LISTEN_PORT, &port) != KERV_CFG_MISSING)
         print_lookup("KERV_LISTEN_PORT", port);
     kerv->port = static_cast<unsigned int>(port);
     kerv->channel = channel_from_config();
     unsigned long reopen = 0;
-    serial_reopen = kerv_cfg_number("KERV_SERIAL_REOPEN", &reopen) == KERV_CFG_SET && reopen != 0;
+    serial_reopen = kerv_cfg_number(KERV_KEY_SERIAL_REOPEN, &reopen) == KERV_CFG_SET && reopen != 0;
     unsigned long prompt_commands = 0;
-    kerv_cfg_number("KERV_PROMPT_COMMANDS", &prompt_commands);
+    kerv_cfg_number(KERV_KEY_PROMPT_COMMANDS, &prompt_commands);
     kerv_two_step_configure(prompt_commands != 0 ? KAL_TRUE : KAL_FALSE);
     KERV_FUNC(" EXIT");
     return 1;

@@ -1,5 +1,7 @@
 #include "plugin_loader.h"
 
+#include "daemon_config.h"
+
 #include "validator_registry.h"
 
 #include <cerrno>
@@ -19,7 +21,6 @@ namespace {
 
 constexpr size_t kLibPathSize = 256;
 /* The board's plug-in directory, fixed at build time (KERV_PLUGIN_DIR). */
-constexpr const char *kDefaultPluginDir = KERV_PLUGIN_DIR;
 /* Characters of an entry name before its library name ("lib" in libcgdcont.so). */
 constexpr size_t kLibPrefixLen = 3;
 
@@ -32,9 +33,7 @@ char *lib_path = nullptr;
  * A relative directory is made absolute: the loader changes into it before opening it.
  */
 char *copy_plugin_dir() {
-    const char *dir = getenv("KERVD_PLUGIN_DIR");
-    if (dir == nullptr || dir[0] == '\0')
-        dir = kDefaultPluginDir;
+    const char *dir = kerv_plugin_dir_path();
     if (dir[0] == '/')
         return strdup(dir);
     char cwd[PATH_MAX];

@@ -9,6 +9,7 @@
 #include "host_output.h"
 #include "kal_gather.h"
 #include "request_queue.h"
+#include "response_format.h"
 
 #include <climits>
 #include <cstring>
@@ -16,8 +17,6 @@
 #include <unistd.h>
 
 namespace {
-
-constexpr char kErrorResult[] = "\r\nERROR\r\n";
 
 /* While a two-step command's prompt is open the host is typing its text: URCs wait, as on
    a modem, so that none lands in the middle of it, and go out when the prompt closes. The
@@ -105,7 +104,7 @@ void run_line(worker_state *worker, const struct req *req) {
         rmmi_two_step_cancel(req->fd);
         break;
     default:
-        kerv_host_write(req->fd, kErrorResult, sizeof(kErrorResult) - 1);
+        kerv_host_write(req->fd, RMMI_ERROR_RESULT, sizeof(RMMI_ERROR_RESULT) - 1);
         break;
     }
     /* A text's end (sent, cancelled or refused as too long) closes its prompt. */

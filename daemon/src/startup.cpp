@@ -177,7 +177,7 @@ void config_signal() {
     keep_last_lines_on_ending_signals();
 
     unsigned long level = KAL_DBG_WARNING;
-    if (kerv_cfg_number("KERV_DEBUG", &level) == KERV_CFG_SET)
+    if (kerv_cfg_number(KERV_KEY_DEBUG, &level) == KERV_CFG_SET)
         KERV_DBG("KERV_DEBUG is [%x]", static_cast<unsigned int>(level));
     kal_init(static_cast<unsigned int>(level));
 }

@@ -11,11 +11,9 @@
 
 namespace {
 
-constexpr unsigned int kDefaultUrcPort = 12394;
-
 bool urc_enabled() {
     unsigned long enable = 0;
-    if (kerv_cfg_number("KERV_URC_LISTEN_ENABLE", &enable) != KERV_CFG_SET) {
+    if (kerv_cfg_number(KERV_KEY_URC_LISTEN_ENABLE, &enable) != KERV_CFG_SET) {
         KERV_WARN("no KERV_URC_LISTEN_ENABLE.");
         return false;
     }
@@ -93,8 +91,8 @@ int urc_info_init(urcInfo_t *urc) {
         return 0;
     }
     KERV_DBG("get configuration!!!!");
-    unsigned long port = kDefaultUrcPort;
-    if (kerv_cfg_number("KERV_URC_LISTEN_PORT", &port) != KERV_CFG_MISSING)
+    unsigned long port = KERV_DEFAULT_URC_LISTEN_PORT;
+    if (kerv_cfg_number(KERV_KEY_URC_LISTEN_PORT, &port) != KERV_CFG_MISSING)
         KERV_DBG("KERV_URC_LISTEN_PORT is [%d]", static_cast<int>(port));
     urc->port = static_cast<unsigned int>(port);
     KERV_FUNC(" EXIT");

@@ -1,5 +1,8 @@
 #include "command_analyzer.h"
 
+#include "at_text.h"
+#include "command_name_hash.h"
+
 #include "validator_registry.h"
 #include "internal_commands.h"
 #include "engine_context.h"
@@ -10,47 +13,8 @@
 
 namespace {
 
-constexpr const char kErrorAnswer[] = "\r\nERROR\r\n";
-constexpr const char kOkAnswer[] = "\r\nOK\r\n";
-
-kal_uint8 at_cursor(const rmmi_string_struct *cursor) {
-    return cursor->string_ptr[cursor->index];
-}
-
-void skip_blanks(rmmi_string_struct *cursor) {
-    while (at_cursor(cursor) == ' ')
-        ++cursor->index;
-}
-
-bool is_a(kal_uint8 c) {
-    return c == 'A' || c == 'a';
-}
-bool is_t(kal_uint8 c) {
-    return c == 'T' || c == 't';
-}
-bool is_letter(kal_uint8 c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-bool is_digit(kal_uint8 c) {
-    return c >= '0' && c <= '9';
-}
-bool is_prefix_symbol(kal_uint8 c) {
-    return c == '+' || c == '^' || c == '%' || c == '$';
-}
-
-/* The copy of a validator's text handed to the engine, or null. */
-char *copy_text(const char *text) {
-    if (text == nullptr)
-        return nullptr;
-    const size_t size = strlen(text) + 1;
-    char *copy = static_cast<char *>(get_ctrl_buffer(static_cast<kal_uint32>(size)));
-    if (copy != nullptr)
-        kal_mem_cpy(copy, text, static_cast<kal_uint32>(size));
-    return copy;
-}
-
 kal_uint16 position_of_a(const kal_uint8 *line, kal_uint16 index, kal_uint16 length) {
-    while (index < length && !is_a(line[index]))
+    while (index < length && !rmmi_is_a(line[index]))
         ++index;
     return index;
 }
@@ -59,7 +23,7 @@ kal_uint16 position_of_a(const kal_uint8 *line, kal_uint16 index, kal_uint16 len
 kal_uint16 find_at(const kal_uint8 *line, kal_uint16 index, kal_uint16 length) {
     index = position_of_a(line, index, length);
     /* An 'A' not followed by 'T' takes the character after it along. */
-    while (index < length && !is_t(line[index + 1])) {
+    while (index < length && !rmmi_is_t(line[index + 1])) {
         index = position_of_a(line, static_cast<kal_uint16>(index + 2), length);
         KERV_INFO(" skip not AT");
     }
@@ -67,97 +31,35 @@ kal_uint16 find_at(const kal_uint8 *line, kal_uint16 index, kal_uint16 length) {
 }
 
 /*
- * A later command of a line carries no "AT" of its own; the modem gets one in front, so
- * that it always receives a complete command. The command buffer has room for it.
- */
-void complete_at(rmmi_string_struct *cmd) {
-    kal_uint8 *text = cmd->string_ptr;
-    if (is_a(text[0]))
-        return;
-    const size_t length = strlen(reinterpret_cast<const char *>(text));
-    if (length + 3 > RMMI_CMD_BUFFER_SIZE)
-        return;
-    memmove(text + 2, text, length + 1);
-    text[0] = 'A';
-    text[1] = 'T';
-    cmd->index = static_cast<kal_uint16>(cmd->index + 2);
-    KERV_DBG("add AT back=[%s]", text);
-}
-
-/*
  * Step 4 of classification: "AT" (or "A/" for the previous command) at the start of a
  * command; later commands of a line may start right at their name.
  */
 kal_uint8 classify_command_start(rmmi_string_struct *source, const rmmi_context_struct *context) {
-    if (!is_a(at_cursor(source)))
+    if (!rmmi_is_a(rmmi_at_cursor(source)))
         return context->cmd_number > 1 ? RMMI_EXTENDED_CMD : RMMI_INVALID_CMD_TYPE;
     ++source->index;
-    skip_blanks(source);
-    const kal_uint8 c = at_cursor(source);
+    rmmi_skip_blanks(source);
+    const kal_uint8 c = rmmi_at_cursor(source);
     if (c == '/' && source->index <= MAX_MULTIPLE_CMD_INFO_LEN) {
         ++source->index;
-        skip_blanks(source);
-        return at_cursor(source) == context->s_reg.s3 && source->index <= MAX_MULTIPLE_CMD_INFO_LEN
+        rmmi_skip_blanks(source);
+        return rmmi_at_cursor(source) == context->s_reg.s3 &&
+                       source->index <= MAX_MULTIPLE_CMD_INFO_LEN
                    ? RMMI_PREV_CMD
                    : RMMI_INVALID_CMD_TYPE;
     }
-    if (!is_t(c) || source->index > MAX_MULTIPLE_CMD_INFO_LEN)
+    if (!rmmi_is_t(c) || source->index > MAX_MULTIPLE_CMD_INFO_LEN)
         return RMMI_INVALID_CMD_TYPE;
     ++source->index;
     return RMMI_EXTENDED_CMD;
 }
 
-struct CommandName {
-    kal_uint8 match[RMMI_MATCH_STRING_SIZE]; /* registry key: symbol, lower-case name */
-    kal_uint32 hash1;
-    kal_uint32 hash2;
-};
-
-bool ends_name(kal_uint8 c, const rmmi_context_struct *context) {
-    return c == '=' || c == '?' || c == ',' || c == ';' || c == context->s_reg.s3 ||
-           c == context->s_reg.s4;
-}
-
-/*
- * Classification hash: letters of either case count 0 to 25 and every digit counts like
- * 'A'; the first five characters go into hash1, up to twelve more into hash2.
- */
-void hash_command_name(rmmi_string_struct *source, const rmmi_context_struct *context,
-                       CommandName *name) {
-    size_t match_length = 0;
-    const kal_uint8 symbol = at_cursor(source);
-    if (is_prefix_symbol(symbol) && source->index <= MAX_MULTIPLE_CMD_INFO_LEN) {
-        rmmi_compute_symbol_hash(source);
-        ++source->index;
-        name->match[match_length++] = symbol;
-    }
-    for (kal_uint32 counter = 0; counter < RMMI_MAX_NAME_CHARS; ++counter) {
-        const kal_uint8 c = at_cursor(source);
-        if (ends_name(c, context))
-            break;
-        kal_uint32 value = 0;
-        if (is_letter(c)) {
-            value = static_cast<kal_uint32>((c | 0x20) - 'a');
-            name->match[match_length++] = static_cast<kal_uint8>(c | 0x20);
-        } else if (is_digit(c)) {
-            name->match[match_length++] = c;
-        } else {
-            KERV_DBG("ERR because unknown string [%c]", c);
-            break;
-        }
-        kal_uint32 &hash = counter <= 4 ? name->hash1 : name->hash2;
-        hash = hash * 38 + value + 1;
-        ++source->index;
-    }
-    name->hash1 += static_cast<kal_uint32>(source->symbol_hash);
-}
-
 /* Fills v from the registered record of an extended command. */
 void take_validator(rmmi_validator_t *v, const rmmi_validator_t *record) {
-    v->at_name = copy_text(record->at_name);
+    v->at_name = rmmi_copy_validator_text(record->at_name);
     v->hash1 = record->hash1;
     v->hash2 = record->hash2;
-    v->test_mode = copy_text(record->test_mode);
+    v->test_mode = rmmi_copy_validator_text(record->test_mode);
     v->func = record->func;
 }
 
@@ -180,7 +82,7 @@ kal_bool run_command(rmmi_string_struct *cmd, rmmi_validator_t *validator) {
 /* Skips what lies between two commands of a line: blanks, separators and line ends. */
 void skip_to_next_command(rmmi_string_struct *source, const rmmi_context_struct *context) {
     for (;;) {
-        const kal_uint8 c = at_cursor(source);
+        const kal_uint8 c = rmmi_at_cursor(source);
         if (c != ' ' && c != ';' && c != context->s_reg.s3 && c != context->s_reg.s4)
             return;
         ++source->index;
@@ -215,13 +117,6 @@ void run_commands(rmmi_string_struct *source, rmmi_context_struct *context,
             context->rsp_mode.ext_result_code = 0;
         }
     } while ((context->multi_cmd_error & 1u) == 0);
-}
-
-/* Answers a command that cannot run at all, with the error result of its processor. */
-kal_bool answer_error(const rmmi_string_struct *cmd) {
-    rmmi_rsp_generator(cmd->string_ptr, reinterpret_cast<const kal_uint8 *>(kErrorAnswer),
-                       sizeof(kErrorAnswer) - 1);
-    return KAL_FALSE;
 }
 
 } // namespace
@@ -323,29 +218,12 @@ kal_bool rmmi_get_next_cmd(rmmi_string_struct *source_string_ptr,
     return KAL_TRUE;
 }
 
-void rmmi_compute_symbol_hash(rmmi_string_struct *source_string_ptr) {
-    switch (at_cursor(source_string_ptr)) {
-    case '$':
-        source_string_ptr->symbol_hash = RMMI_EXTEND_HASH_MONEY;
-        break;
-    case '%':
-        source_string_ptr->symbol_hash = RMMI_EXTEND_HASH_PERCENT;
-        break;
-    case '^':
-        source_string_ptr->symbol_hash = RMMI_EXTEND_HASH_HAT;
-        break;
-    default: /* '+' adds nothing, like no symbol at all */
-        source_string_ptr->symbol_hash = RMMI_EXTEND_HASH_PLUS;
-        break;
-    }
-}
-
 kal_uint8 rmmi_find_cmd_class(rmmi_string_struct *source_string_ptr, rmmi_validator_t *v) {
     KERV_TAG(KAL_DBG_FUNCTION, "FUNC_RMMI_FIND_CMD_CLASS_ENTRY");
     rmmi_context_struct *context = rmmi_get_context_ptr();
     if (context == nullptr || source_string_ptr == nullptr || v == nullptr)
         return RMMI_INVALID_CMD_TYPE;
-    skip_blanks(source_string_ptr);
+    rmmi_skip_blanks(source_string_ptr);
     source_string_ptr->symbol_hash = RMMI_EXTEND_HASH_PLUS;
     if (context->cmd_number == 0)
         KERV_DBG("Get the first command.");
@@ -354,9 +232,9 @@ kal_uint8 rmmi_find_cmd_class(rmmi_string_struct *source_string_ptr, rmmi_valida
     const kal_uint8 start_class = classify_command_start(source_string_ptr, context);
     if (start_class != RMMI_EXTENDED_CMD)
         return start_class;
-    skip_blanks(source_string_ptr);
-    CommandName name = {};
-    hash_command_name(source_string_ptr, context, &name);
+    rmmi_skip_blanks(source_string_ptr);
+    rmmi_command_name_t name = {};
+    rmmi_hash_command_name(source_string_ptr, context, &name);
 
     if (rmmi_internal_command_analyzer(name.hash1, name.hash2, &source_string_ptr->cmd_index,
                                        &source_string_ptr->cmd_row_index) == KAL_TRUE) {
@@ -387,21 +265,21 @@ kal_uint8 rmmi_find_cmd_mode(rmmi_string_struct *source_string_ptr) {
     if (context == nullptr || source_string_ptr == nullptr)
         return RMMI_WRONG_MODE;
     const kal_uint8 s3 = context->s_reg.s3;
-    skip_blanks(source_string_ptr);
-    const kal_uint8 c = at_cursor(source_string_ptr);
+    rmmi_skip_blanks(source_string_ptr);
+    const kal_uint8 c = rmmi_at_cursor(source_string_ptr);
     if (c == '?') {
         ++source_string_ptr->index;
-        skip_blanks(source_string_ptr);
-        return at_cursor(source_string_ptr) == s3 ? RMMI_READ_MODE : RMMI_WRONG_MODE;
+        rmmi_skip_blanks(source_string_ptr);
+        return rmmi_at_cursor(source_string_ptr) == s3 ? RMMI_READ_MODE : RMMI_WRONG_MODE;
     }
     if (c == '=') {
         ++source_string_ptr->index;
-        skip_blanks(source_string_ptr);
-        if (at_cursor(source_string_ptr) != '?')
+        rmmi_skip_blanks(source_string_ptr);
+        if (rmmi_at_cursor(source_string_ptr) != '?')
             return RMMI_SET_OR_EXECUTE_MODE;
         ++source_string_ptr->index;
-        skip_blanks(source_string_ptr);
-        return at_cursor(source_string_ptr) == s3 ? RMMI_TEST_MODE : RMMI_WRONG_MODE;
+        rmmi_skip_blanks(source_string_ptr);
+        return rmmi_at_cursor(source_string_ptr) == s3 ? RMMI_TEST_MODE : RMMI_WRONG_MODE;
     }
     if (c == s3 || c == context->s_reg.s4)
         return RMMI_ACTIVE_MODE;
@@ -440,83 +318,14 @@ void rmmi_release_validator_copies(rmmi_validator_t *v) {
     v->test_mode = nullptr;
 }
 
-kal_bool rmmi_basic_cmd_processor(rmmi_string_struct *source_string_ptr) {
-    KERV_TAG(KAL_DBG_FUNCTION, "FUNC_RMMI_BASIC_CMD_PROCESSOR_ENTRY");
-    const rmmi_context_struct *context = rmmi_get_context_ptr();
-    if (context == nullptr || source_string_ptr == nullptr)
-        return KAL_FALSE;
-    char response[RMMI_RSP_BUFFER_SIZE] = {};
-    kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
-    skip_blanks(source_string_ptr);
-    complete_at(source_string_ptr);
-    const kal_uint32 result = send_cmd_to_md(rmmi_relay_target(context),
-                                             source_string_ptr->string_ptr, response, &length);
-    KERV_DBG("print results from md[%d]", result);
-    if (result != RMMI_NO_ERR)
-        return answer_error(source_string_ptr);
-    /* The modem's answer goes to the host as it is, up to its first zero byte. */
-    response[RMMI_RSP_BUFFER_ROOM] = 0;
-    rmmi_rsp_generator(source_string_ptr->string_ptr, reinterpret_cast<kal_uint8 *>(response),
-                       static_cast<kal_uint16>(strlen(response)));
-    return KAL_TRUE;
-}
-
-kal_bool rmmi_extended_cmd_processor(rmmi_string_struct *source_string_ptr,
-                                     rmmi_validator_t *validator) {
-    KERV_TAG(KAL_DBG_FUNCTION, "FUNC_RMMI_EXTENDED_CMD_PROCESSOR_ENTRY");
-    if (rmmi_get_context_ptr() == nullptr || source_string_ptr == nullptr || validator == nullptr)
-        return KAL_FALSE;
-    char response[RMMI_RSP_BUFFER_SIZE] = {};
-    int length = RMMI_RSP_BUFFER_ROOM;
-    skip_blanks(source_string_ptr);
-    source_string_ptr->ip_string = reinterpret_cast<kal_uint8 *>(copy_text(validator->test_mode));
-    kal_bool result = KAL_FALSE;
-    if (validator->func != nullptr) {
-        result = validator->func(source_string_ptr, response, &length);
-        /* Whatever the validator did with the length, its text ends inside the buffer. */
-        response[RMMI_RSP_BUFFER_ROOM] = 0;
-        rmmi_rsp_generator(source_string_ptr->string_ptr, reinterpret_cast<kal_uint8 *>(response),
-                           static_cast<kal_uint16>(strlen(response)));
-    } else {
-        answer_error(source_string_ptr);
-    }
-    rmmi_release_validator_copies(validator);
-    free_ctrl_buffer(source_string_ptr->ip_string);
-    source_string_ptr->ip_string = nullptr;
-    return result;
-}
-
-kal_bool rmmi_internal_cmd_processor(rmmi_string_struct *source_string_ptr) {
-    KERV_TAG(KAL_DBG_FUNCTION, "FUNC_RMMI_INTERNAL_CMD_PROCESSOR_ENTRY");
-    const rmmi_context_struct *context = rmmi_get_context_ptr();
-    if (context == nullptr || source_string_ptr == nullptr)
-        return KAL_FALSE;
-    const kal_uint16 row = source_string_ptr->cmd_index;
-    if (row >= RMMI_TOT_INTERNAL_CMD)
-        return answer_error(source_string_ptr);
-    kal_uint32 err_id = RMMI_NO_ERR;
-    char response[RMMI_RSP_BUFFER_SIZE] = {};
-    kal_uint32 length = RMMI_RSP_BUFFER_ROOM;
-    skip_blanks(source_string_ptr);
-    if (row > RMMI_AT_NEED_RELAY_TO_MD) {
-        /* The modem switches its own setting too; if it cannot, neither do we. */
-        KERV_DBG("send to modem also.");
-        err_id = send_cmd_to_md(rmmi_relay_target(context), source_string_ptr->string_ptr, response,
-                                &length);
-        if (err_id != RMMI_NO_ERR)
-            return answer_error(source_string_ptr);
-    }
-    /* The handlers write their bounded, terminated reports from the start. */
-    response[0] = 0;
-    length = RMMI_RSP_BUFFER_ROOM;
-    const kal_bool ret = rmmi_internal_validator_ft[row](source_string_ptr, response, &length);
-    KERV_DBG("ret=[%d], err_id=[%d]", ret, err_id);
-    /* The host gets only the result code; the handler's report is for the trace. */
-    const bool ok = ret != KAL_FALSE && err_id == RMMI_NO_ERR;
-    const char *answer = ok ? kOkAnswer : kErrorAnswer;
-    rmmi_rsp_generator(source_string_ptr->string_ptr, reinterpret_cast<const kal_uint8 *>(answer),
-                       static_cast<kal_uint16>(strlen(answer)));
-    return ok ? KAL_TRUE : KAL_FALSE;
+char *rmmi_copy_validator_text(const char *text) {
+    if (text == nullptr)
+        return nullptr;
+    const size_t size = strlen(text) + 1;
+    char *copy = static_cast<char *>(get_ctrl_buffer(static_cast<kal_uint32>(size)));
+    if (copy != nullptr)
+        kal_mem_cpy(copy, text, static_cast<kal_uint32>(size));
+    return copy;
 }
 
 } // extern "C"

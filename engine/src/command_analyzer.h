@@ -1,7 +1,8 @@
 /*
- * Command line analysis: finding "AT", splitting a line into single commands, naming,
- * hashing and classifying each command, finding its mode, and the three processors
- * (relay to the modem, validator plug-in, internal handler) that answer it.
+ * Command line analysis: finding "AT", splitting a line into single commands, naming and
+ * classifying each command (its name's hash: command_name_hash.h), finding its mode; and
+ * the three processors (relay to the modem, validator plug-in, internal handler) that
+ * answer it, in command_processors.cpp.
  */
 #ifndef KERV_COMMAND_ANALYZER_H
 #define KERV_COMMAND_ANALYZER_H
@@ -25,10 +26,6 @@ extern "C" {
 #define RMMI_RSP_BUFFER_SIZE 1008
 #define RMMI_RSP_BUFFER_ROOM (RMMI_RSP_BUFFER_SIZE - 1)
 
-/* Match string: a prefix symbol, up to 17 name characters and the zero byte. */
-#define RMMI_MAX_NAME_CHARS 17
-#define RMMI_MATCH_STRING_SIZE 20
-
 /* Runs the commands of the line under source (its index 0, cmd_length characters). */
 void rmmi_cmd_processor(rmmi_string_struct *source_string_ptr, kal_uint16 cmd_length);
 
@@ -38,8 +35,6 @@ kal_uint16 rmmi_find_multicmd_seperator(const kal_uint8 *str, kal_uint16 length)
 /* Takes the next command of the line into des; KAL_FALSE when the line is exhausted. */
 kal_bool rmmi_get_next_cmd(rmmi_string_struct *source_string_ptr,
                            rmmi_string_struct *des_string_ptr, rmmi_validator_t *validator_p);
-
-void rmmi_compute_symbol_hash(rmmi_string_struct *source_string_ptr);
 
 /*
  * Classifies the command at the line cursor and counts it in the context's cmd_number.
@@ -51,7 +46,11 @@ kal_uint8 rmmi_find_cmd_mode(rmmi_string_struct *source_string_ptr);
 kal_bool rmmi_internal_command_analyzer(kal_uint32 hash_value1, kal_uint32 hash_value2,
                                         kal_uint16 *cmd_index_ptr, kal_uint16 *cmd_row_index_ptr);
 void rmmi_release_validator_copies(rmmi_validator_t *v);
+/* A heap copy of a validator record's text (null for null, or without memory); the taker
+   releases it with free_ctrl_buffer. */
+char *rmmi_copy_validator_text(const char *text);
 
+/* The processors (command_processors.cpp): relay to the modem, validator, internal handler. */
 kal_bool rmmi_basic_cmd_processor(rmmi_string_struct *source_string_ptr);
 kal_bool rmmi_extended_cmd_processor(rmmi_string_struct *source_string_ptr,
                                      rmmi_validator_t *validator);

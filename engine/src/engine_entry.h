@@ -31,9 +31,6 @@ void rmmi_two_step_prompt(int fd, const char *line);
 void rmmi_two_step_send(int fd, const char *request);
 void rmmi_two_step_cancel(int fd);
 
-/* Generation hash of a command name such as "AT+CGDCONT" or "+cgdcont". */
-kal_bool rmmi_custom_compute_at_cmd(const kal_char *arg, kal_uint32 *h1, kal_uint32 *h2);
-
 /*
  * The GEN_HASH answer: "hash_value1=[%d], hash_value2=[%d]" in res, at most string_length
  * characters plus the terminator. fd is not used. KAL_FALSE when the name has no hash.

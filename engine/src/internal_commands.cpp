@@ -1,5 +1,7 @@
 #include "internal_commands.h"
 
+#include "response_format.h"
+
 #include "engine_context.h"
 #include "rmmi_utility.h"
 
@@ -23,9 +25,6 @@ const RMMI_BASIC_CMD_FUNCTION rmmi_internal_validator_ft[RMMI_TOT_INTERNAL_CMD] 
 
 namespace {
 
-constexpr const char kOkReport[] = "\r\nOK\r\n";
-constexpr const char kErrorReport[] = "\r\nERROR\r\n";
-
 void report(char *out, const kal_uint32 *length, const char *text) {
     if (out != nullptr && length != nullptr && *length != 0)
         snprintf(out, *length, "%s", text);
@@ -48,17 +47,17 @@ kal_bool select_modem(rmmi_context_struct *context, rmmi_string_struct *cmd, cha
     if (names_modem(at, "LTE")) {
         context->chip_type = RMMI_MODEMD_LTE;
         KERV_DBG("change to send command to LTE chip.");
-        report(out, length, kOkReport);
+        report(out, length, RMMI_OK_RESULT);
         return KAL_TRUE;
     }
     if (names_modem(at, "23G")) {
         context->chip_type = RMMI_MODEMD_23G;
-        report(out, length, kOkReport);
+        report(out, length, RMMI_OK_RESULT);
         KERV_DBG("change to send command to 23G MD chip.");
         return KAL_TRUE;
     }
     KERV_DBG(" Error, not set.");
-    report(out, length, kErrorReport);
+    report(out, length, RMMI_ERROR_RESULT);
     return KAL_FALSE;
 }
 
@@ -69,7 +68,7 @@ rmmi_context_struct *handler_context(const char *handler, const rmmi_string_stru
     if (cmd != nullptr && context != nullptr)
         return context;
     kal_print_gated(KAL_DBG_FUNCTION, handler, __LINE__, "EXIT. pointer is NULL.");
-    report(out, length, kErrorReport);
+    report(out, length, RMMI_ERROR_RESULT);
     return nullptr;
 }
 
@@ -92,11 +91,11 @@ kal_bool set_switch_from_digit(const char *handler, rmmi_string_struct *cmd, cha
     if (result == RMMI_PARSE_NOT_FOUND)
         value = 1;
     if (result == RMMI_PARSE_ERROR) {
-        report(out, length, kErrorReport);
+        report(out, length, RMMI_ERROR_RESULT);
         return KAL_FALSE;
     }
     context->rsp_mode.*field = static_cast<kal_uint8>(value);
-    report(out, length, kOkReport);
+    report(out, length, RMMI_OK_RESULT);
     return KAL_TRUE;
 }
 
@@ -144,7 +143,7 @@ kal_bool rmmi_ate_hdlr(rmmi_string_struct *source_string_ptr, char *out, kal_uin
 
 kal_bool rmmi_empty_hdlr(rmmi_string_struct *source_string_ptr, char *out, kal_uint32 *length) {
     if (source_string_ptr == nullptr) {
-        report(out, length, kErrorReport);
+        report(out, length, RMMI_ERROR_RESULT);
         return KAL_FALSE;
     }
     if (length != nullptr)

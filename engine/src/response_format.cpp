@@ -29,7 +29,7 @@ ResultTemplate numeric_or_verbose(const rmmi_context_struct *context, kal_uint8 
         return {"\r\n%d\r\n", ResultArg::rsp_type};
     switch (rsp_type) {
     case RMMI_RCODE_OK:
-        return {"\r\nOK\r\n", ResultArg::none};
+        return {RMMI_OK_RESULT, ResultArg::none};
     case RMMI_RCODE_CONNECT:
         /* No part of the system reports a rate; a cause other than the success cause is
          * taken as the rate to show. */
@@ -41,7 +41,7 @@ ResultTemplate numeric_or_verbose(const rmmi_context_struct *context, kal_uint8 
     case RMMI_RCODE_BUSY:
         return {"\r\nBUSY\r\n", ResultArg::none};
     default: /* RMMI_RCODE_ERROR in the simple error report mode */
-        return {"\r\nERROR\r\n", ResultArg::none};
+        return {RMMI_ERROR_RESULT, ResultArg::none};
     }
 }
 
@@ -58,7 +58,7 @@ ResultTemplate choose_result_template(const rmmi_context_struct *context, kal_ui
             return numeric_or_verbose(context, rsp_type, cause);
         if (context->error_report_mode == RMMI_NUMERIC_ERROR || cause <= kHighestTextModeCause)
             return {"\r\n+CME ERROR: %u\r\n", ResultArg::cause};
-        return {"\r\nERROR\r\n", ResultArg::none};
+        return {RMMI_ERROR_RESULT, ResultArg::none};
     default:
         return {nullptr, ResultArg::none};
     }
@@ -108,7 +108,9 @@ size_t append_bounded(char *out, size_t kept, const kal_uint8 *src) {
     return kept + length;
 }
 
-kal_uint16 copy_text(kal_uint8 *out, const kal_uint8 *text) {
+/* The template's %s (and the digits of a number) go in whole: rmmi_fast_string_print is
+   unbounded by contract, its caller gives room. Returns the bytes written. */
+kal_uint16 put_unbounded(kal_uint8 *out, const kal_uint8 *text) {
     kal_uint16 count = 0;
     while (text[count] != 0) {
         out[count] = text[count];
@@ -127,21 +129,21 @@ kal_uint16 print_signed(kal_uint8 *out, kal_int32 value) {
     }
     kal_uint8 dec_val[kDigitBufferSize];
     rmmi_int_to_ascii_converter(magnitude, dec_val);
-    return count + copy_text(out + count, dec_val);
+    return count + put_unbounded(out + count, dec_val);
 }
 
 /* Expands one known directive with its argument; returns the bytes written. */
 kal_uint16 print_directive(kal_uint8 *out, kal_uint8 directive, void *arg) {
     switch (directive) {
     case 's':
-        return copy_text(out, static_cast<const kal_uint8 *>(arg));
+        return put_unbounded(out, static_cast<const kal_uint8 *>(arg));
     case 'c':
         out[0] = *static_cast<const kal_uint8 *>(arg);
         return 1;
     case 'e': {
         kal_uint8 dec_val[kDigitBufferSize];
         rmmi_int_to_ascii_converter(*static_cast<const kal_uint32 *>(arg), dec_val);
-        return copy_text(out, dec_val);
+        return put_unbounded(out, dec_val);
     }
     case 'a':
     case 'd':
@@ -295,7 +297,7 @@ void rmmi_sms_result_code_fmttr(kal_uint8 rsp_type, kal_uint16 cause, kal_bool c
     char text[kResultCodeSize];
     const int length = cause_present == KAL_TRUE
                            ? kal_sprintf(text, "\r\n+CMS ERROR: %u\r\n", cause)
-                           : kal_sprintf(text, "\r\nERROR\r\n");
+                           : kal_sprintf(text, RMMI_ERROR_RESULT);
     rmmi_write_output(context->fd, text, static_cast<size_t>(length));
 }
 

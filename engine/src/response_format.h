@@ -24,6 +24,10 @@ enum {
 
 enum { RMMI_SUPPRESS_OFF = 0, RMMI_SUPRESS_ON = 1 };
 
+/* The verbose final result codes as they go on the wire. */
+#define RMMI_OK_RESULT "\r\nOK\r\n"
+#define RMMI_ERROR_RESULT "\r\nERROR\r\n"
+
 /* The cause that goes with a successful result. */
 #define RMMI_SUCCESS_CAUSE 1000
 

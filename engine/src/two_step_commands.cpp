@@ -13,8 +13,6 @@
 namespace {
 
 constexpr char kPrompt[] = "\r\n> ";
-constexpr char kOkAnswer[] = "\r\nOK\r\n";
-constexpr char kErrorAnswer[] = "\r\nERROR\r\n";
 
 void write_text(int fd, const char *text) {
     rmmi_write_output(fd, text, strlen(text));
@@ -50,7 +48,7 @@ void rmmi_two_step_send(int fd, const char *request) {
         rmmi_relay_target(context), reinterpret_cast<kal_uint8 *>(const_cast<char *>(request)),
         response, &length);
     if (result != RMMI_NO_ERR) {
-        write_text(fd, kErrorAnswer);
+        write_text(fd, RMMI_ERROR_RESULT);
         return;
     }
     /* The modem's answer (+CMGS: <mr> and OK, or its error) goes to the host as it is. */
@@ -59,7 +57,7 @@ void rmmi_two_step_send(int fd, const char *request) {
 }
 
 void rmmi_two_step_cancel(int fd) {
-    write_text(fd, kOkAnswer);
+    write_text(fd, RMMI_OK_RESULT);
 }
 
 } // extern "C"

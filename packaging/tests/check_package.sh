@@ -1,6 +1,8 @@
 #!/bin/sh
 # Builds the Debian packages of a build, checks what they hold (architecture, dependencies,
-# file modes, programs for the right machine), then unpacks the runtime and tools packages
+# file modes, programs for the right machine, stripped binaries with their debug symbols in
+# the -dbgsym packages, manual pages), runs lintian on them when it is installed (a /usr
+# build only: that is what gets packaged), then unpacks the runtime and tools packages
 # into a scratch root and starts the daemon from there, against the modem-daemon stand-in,
 # with its own store, ports, control socket, pid file and plug-in directory. The daemon
 # must load the example plug-in and answer AT+CSQ. Every process is ended by its pid.
@@ -21,9 +23,14 @@ fail() { echo "FAIL: $*"; exit 1; }
 
 cpack -G DEB --config "$build_dir/CPackConfig.cmake" -B "$work/debs" >"$work/cpack.log" 2>&1 \
   || { cat "$work/cpack.log"; fail "cpack"; }
+# CPack writes the debug-symbol packages as *.ddeb; Debian calls them *.deb.
+for ddeb in "$work"/debs/*.ddeb; do
+  [ -f "$ddeb" ] && mv "$ddeb" "${ddeb%.ddeb}.deb"
+done
 setting() { sed -n "s/^set($1 \"\\(.*\\)\")\$/\\1/p" "$build_dir/CPackConfig.cmake"; }
 arch=$(setting CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
-version=$(setting CPACK_PACKAGE_VERSION)
+version=$(setting CPACK_PACKAGE_VERSION)-$(setting CPACK_DEBIAN_PACKAGE_RELEASE)
+prefix=$(setting CPACK_PACKAGING_INSTALL_PREFIX)
 case $arch in
   amd64) machine="X86-64" ;;
   armhf) machine="ARM" ;;
@@ -46,6 +53,33 @@ dpkg-deb -f "$work/debs/kervd-dev_${version}_$arch.deb" Depends | grep -qF "kerv
 grep -q 'modemd-sim$' "$work/kervd.list" && fail "the modem-daemon stand-in is in the runtime package"
 grep -q '\.h$' "$work/kervd.list" && fail "headers are in the runtime package"
 grep -q 'kervrequest\.pc$' "$work/kervd-dev.list" || fail "kervrequest.pc is not in kervd-dev"
+for page in man8/kervd.8.gz man1/kervctl.1.gz; do
+  grep -q "/$page\$" "$work/kervd.list" || fail "kervd: no manual page $page"
+done
+grep -q '/man1/modemd-sim\.1\.gz$' "$work/kervd-tools.list" || fail "kervd-tools: no manual page"
+
+# Stripped programs and libraries; their debug information, by build id, in the -dbgsym
+# packages (not unpacked: nothing runs from them).
+for name in kervd kervd-tools; do
+  dbgsym="$work/debs/${name}-dbgsym_${version}_$arch.deb"
+  [ -f "$dbgsym" ] || fail "$dbgsym was not built"
+  dpkg-deb -f "$dbgsym" Depends | grep -qF "$name (= $version)" \
+    || fail "$name-dbgsym does not depend on this $name"
+  dpkg-deb -c "$dbgsym" > "$work/$name-dbgsym.list"
+  grep -q '/usr/lib/debug/\.build-id/../.*\.debug$' "$work/$name-dbgsym.list" \
+    || fail "$name-dbgsym holds no debug files"
+done
+
+if [ "$prefix" != /usr ]; then
+  echo "lintian: not run on packages of a $prefix build (make package-check checks a /usr one)"
+elif ! command -v lintian >/dev/null; then
+  echo "lintian is not installed: the packages are not checked by it"
+else
+  # Errors and warnings fail; what the packages override is explained where they do.
+  lintian --fail-on error,warning "$work"/debs/*.deb > "$work/lintian.log" 2>&1 \
+    || fail "lintian: $(cat "$work/lintian.log")"
+  echo "lintian: no error or warning"
+fi
 
 root="$work/root"
 kervd=$(find "$root" -path '*/sbin/kervd')
@@ -58,6 +92,9 @@ for program in "$kervd" "$kervctl" "$sim"; do
 done
 [ -n "$plugin" ] || fail "the example plug-in is not in the runtime package"
 [ "$(stat -c %a "$kervd")" = 755 ] && [ "$(stat -c %a "$plugin")" = 644 ] || fail "file modes"
+for binary in "$kervd" "$plugin" "$(find "$root" -name 'libkervutil.so.*.*')"; do
+  readelf -S "$binary" | grep -q '\.debug_info' && fail "$binary is not stripped"
+done
 
 # The unit, with its programs taken from the unpacked root: clean for systemd, and its
 # sandbox exposes little (systemd-analyze's exposure score at most 5.0).
@@ -66,7 +103,9 @@ unit=$(find "$root" -name kervd.service)
 if command -v systemd-analyze >/dev/null; then
   mkdir "$work/unit"
   sed -e "s|^\(Exec[A-Za-z]*=-*\)\(/usr/[^ ]*\)|\1$root\2|" "$unit" > "$work/unit/kervd.service"
-  verdict=$(systemd-analyze verify "$work/unit/kervd.service" 2>&1) \
+  # Its Documentation= names kervd(8): the unpacked manual page must be there.
+  man_dir=$(dirname "$(dirname "$(find "$root" -name kervd.8.gz)")")
+  verdict=$(MANPATH="$man_dir" systemd-analyze verify "$work/unit/kervd.service" 2>&1) \
     && [ -z "$verdict" ] || fail "systemd-analyze verify: $verdict"
   exposure=$(systemd-analyze security --offline=true "$work/unit/kervd.service" 2>&1 |
              sed -n 's/.*Overall exposure level for kervd.service: \([0-9.]*\).*/\1/p')
@@ -86,7 +125,7 @@ done
 [ -n "$sim_port" ] || fail "modemd-sim did not start: $(cat "$work/sim.log")"
 
 # Ports of our own, below the kernel's ephemeral range, from the sample store.
-port=$((20000 + $$ % 10000 * 2))
+port=$((20000 + $$ % 6000 * 2))
 sed -e "s/^KERV_LISTEN_PORT=.*/KERV_LISTEN_PORT=$port/" \
     -e "s/^KERV_URC_LISTEN_PORT=.*/KERV_URC_LISTEN_PORT=$((port + 1))/" \
     -e "s/^KERV_DEBUG=.*/KERV_DEBUG=1/" \

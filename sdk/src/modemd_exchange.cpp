@@ -2,6 +2,7 @@
 
 #include "kal_gather.h"
 #include "kal_io.h"
+#include "kerv_settings.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -14,23 +15,6 @@
 #include <unistd.h>
 
 namespace {
-
-/* A development setting from the environment: a decimal number from 1 to max; anything
-   else (unset, empty, not a number, out of range) leaves the board's value. */
-unsigned long env_setting(const char *name, unsigned long board_value, unsigned long max) {
-    const char *setting = getenv(name);
-    if (setting == nullptr || *setting == '\0')
-        return board_value;
-    char *end = nullptr;
-    const unsigned long value = strtoul(setting, &end, 10);
-    return *end != '\0' || value == 0 || value > max ? board_value : value;
-}
-
-/* Length of one wait for the answer: one second on the board; KERVD_MODEMD_WAIT_MS shortens
-   it so that development runs reach the no-answer paths quickly. */
-int wait_millis() {
-    return static_cast<int>(env_setting("KERVD_MODEMD_WAIT_MS", 1000, 60000));
-}
 
 /* Owns the exchange's socket: every path out of the exchange closes it. */
 struct SocketGuard {
@@ -59,7 +43,7 @@ static_assert(sizeof(kStatusFormats) / sizeof(kStatusFormats[0]) == MODEMD_RESUL
 sockaddr_in modemd_address() {
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(modemd_port());
+    address.sin_port = htons(kerv_modemd_port());
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     return address;
 }
@@ -115,7 +99,7 @@ int poll_until(int fd, long long wait_ends) {
  * than select: the daemon may hold more descriptors than an fd_set can name.
  */
 WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
-    const int one_wait = wait_millis();
+    const int one_wait = kerv_modemd_wait_ms();
     while (timeout_count > 0) {
         const int ready = poll_until(fd, kal_now_ms() + one_wait);
         if (ready > 0)
@@ -135,11 +119,6 @@ WaitOutcome wait_for_answer(int fd, int timeout_count, kal_int32 *wait_errno) {
 } // namespace
 
 extern "C" {
-
-unsigned short modemd_port(void) {
-    return static_cast<unsigned short>(
-        env_setting("KERVD_MODEMD_PORT", MODEMD_DEFAULT_PORT, 65535));
-}
 
 void modemd_build_request(Modem_Request_t *req, kal_uint32 token, kal_uint32 target,
                           kal_uint32 request_id, const char *text) {

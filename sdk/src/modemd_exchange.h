@@ -15,8 +15,6 @@
 extern "C" {
 #endif
 
-#define MODEMD_DEFAULT_PORT 14343
-
 /* How an exchange ended, and the status text each outcome reports. */
 typedef enum {
     MODEMD_ANSWERED = 0,   /* "ok": a datagram of at least the response header arrived */
@@ -51,9 +49,6 @@ modemd_status_enum modemd_exchange(const Modem_Request_t *req, Modem_Response_t 
 /* Writes the status text of status into out, cut to out_size. */
 void modemd_status_text(char *out, unsigned int out_size, modemd_status_enum status,
                         kal_int32 detail);
-
-/* The modem daemon's UDP port: KERVD_MODEMD_PORT when it holds a port number, else 14343. */
-unsigned short modemd_port(void);
 
 #ifdef __cplusplus
 }

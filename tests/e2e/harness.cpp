@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -53,70 +52,35 @@ template <typename Op> bool on_loopback(int type, unsigned int port, Op op) {
 /*
  * Every program a test starts ends with the test, however the test ends: CTest kills a test
  * that runs out of time outright, and kervd has forked away from its launcher by then. Each
- * program carries the test's mark as the first entry of its environment; a keeper process,
- * forked once, waits for the end of a pipe that only this process writes to, then kills
- * every process that carries the mark. The keeper makes system calls only: the test
- * process it was forked from has threads.
+ * program carries the test's mark as the first entry of its environment. A keeper, started
+ * once, waits for the end of a pipe that only this process writes to, then kills every
+ * process that carries the mark. It is forked twice, so that it is no child of this
+ * process (CTest kills a test's children with the test), and runs as a script: the test
+ * process it comes from has threads.
  */
-constexpr char kKeeperMark[] = "KERV_TEST_KEEPER=";
-
-/* The process named by a /proc entry when its environment starts with the mark and its
-   NUL, else 0. */
-pid_t marked_process(const char *entry_name, const char *mark, size_t mark_size) {
-    char path[64] = "/proc/";
-    size_t at = strlen(path);
-    pid_t pid = 0;
-    for (const char *digit = entry_name; *digit != '\0'; digit++) {
-        if (*digit < '0' || *digit > '9' || at >= sizeof(path) - 9)
-            return 0;
-        pid = pid * 10 + (*digit - '0');
-        path[at++] = *digit;
-    }
-    memcpy(path + at, "/environ", 9);
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return 0;
-    char head[128];
-    const ssize_t got = read(fd, head, mark_size);
-    close(fd);
-    return got == static_cast<ssize_t>(mark_size) && memcmp(head, mark, mark_size) == 0 ? pid : 0;
-}
-
-[[noreturn]] void keep(int line, const char *mark, size_t mark_size) {
-    dup2(line, STDIN_FILENO);
-    close_range(STDOUT_FILENO, ~0U, 0);
-    struct sigaction ignored = {};
-    ignored.sa_handler = SIG_IGN;
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-        sigaction(sig, &ignored, nullptr);
-    char byte;
-    while (read(STDIN_FILENO, &byte, 1) != 0) {
-    }
-    const int proc = open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    char entries[4096];
-    ssize_t got;
-    while ((got = getdents64(proc, entries, sizeof(entries))) > 0) {
-        for (ssize_t at = 0; at < got;) {
-            const auto *entry = reinterpret_cast<const dirent64 *>(entries + at);
-            at += entry->d_reclen;
-            const pid_t marked = marked_process(entry->d_name, mark, mark_size);
-            if (marked > 0)
-                kill(marked, SIGKILL);
-        }
-    }
-    _exit(0);
-}
+constexpr char kKeeperScript[] =
+    "trap '' INT TERM HUP QUIT; while read -r _; do :; done; exec 2>/dev/null;"
+    "for d in /proc/[0-9]*; do IFS= read -r -d '' first < $d/environ &&"
+    " [ \"$first\" = \"$0\" ] && kill -9 ${d#/proc/}; done";
 
 /* The mark of this test's programs, "KERV_TEST_KEEPER=<test pid>"; the keeper starts with
    the first call. */
 const std::string &keeper_mark() {
     static const std::string mark = [] {
-        const std::string text = kKeeperMark + std::to_string(getpid());
+        const std::string text = "KERV_TEST_KEEPER=" + std::to_string(getpid());
         int line[2];
         if (pipe2(line, O_CLOEXEC) != 0)
             return text;
-        if (fork() == 0)
-            keep(line[0], text.c_str(), text.size() + 1);
+        const pid_t forker = fork();
+        if (forker == 0) {
+            if (fork() == 0) {
+                dup2(line[0], STDIN_FILENO);
+                close_range(STDOUT_FILENO, ~0U, 0);
+                execl("/bin/bash", "bash", "-c", kKeeperScript, text.c_str(), nullptr);
+            }
+            _exit(0);
+        }
+        exit_status(forker);
         close(line[0]); /* line[1] stays open, and the keeper waiting, until this process ends */
         return text;
     }();
@@ -200,30 +164,6 @@ pid_t process_with_setting(const std::string &entry) {
 }
 
 } // namespace
-
-TempDir::TempDir() {
-    char pattern[] = "/tmp/kerv-e2e-XXXXXX";
-    path = mkdtemp(pattern);
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-}
-
-ScopedSetting::ScopedSetting(const char *name_, const char *value) : name(name_) {
-    const char *current = getenv(name_);
-    was_set = current != nullptr;
-    earlier = was_set ? current : "";
-    setenv(name_, value, 1);
-}
-
-ScopedSetting::~ScopedSetting() {
-    if (was_set)
-        setenv(name.c_str(), earlier.c_str(), 1);
-    else
-        unsetenv(name.c_str());
-}
 
 size_t count_of(const std::string &text, const std::string &what) {
     size_t count = 0;

@@ -9,6 +9,7 @@
 #ifndef KERV_E2E_HARNESS_H
 #define KERV_E2E_HARNESS_H
 
+#include "kerv_test_support.h"
 #include "modemd_stub.h"
 #include "request.h"
 
@@ -29,27 +30,8 @@ using Settings = std::map<std::string, std::string>;
 /* Upper bound for anything the daemon should do promptly; only failures wait this long. */
 constexpr auto kPatience = 10s;
 
-/* A fresh directory under /tmp (short: a Unix socket path is limited), removed at the end. */
-struct TempDir {
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
-    std::string path;
-    std::string file(const std::string &name) const { return path + "/" + name; }
-};
-
-/* A development setting for the programs started while it lives; the earlier value (or
-   its absence) comes back at the end. */
-struct ScopedSetting {
-    ScopedSetting(const char *name, const char *value);
-    ~ScopedSetting();
-    ScopedSetting(const ScopedSetting &) = delete;
-    ScopedSetting &operator=(const ScopedSetting &) = delete;
-    std::string name;
-    bool was_set;
-    std::string earlier;
-};
+using kerv_test::ScopedSetting;
+using kerv_test::TempDir;
 
 std::string read_file(const std::string &path);
 /* How many times what occurs in text. */

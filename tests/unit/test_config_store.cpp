@@ -1,3 +1,4 @@
+#include "kerv_settings.h"
 #include "sncfg.h"
 
 #include "test_support.h"
@@ -9,8 +10,6 @@ namespace {
 
 class Store : public testing::Test {
   protected:
-    void SetUp() override { setenv("SNCFG_FILE", path.c_str(), 1); }
-    void TearDown() override { unsetenv("SNCFG_FILE"); }
     void write_store(const std::string &text) { std::ofstream(path, std::ios::binary) << text; }
     /* The value of key, "<none>" when present without one, "<fail>" when the lookup fails. */
     static std::string get(const char *key) {
@@ -22,7 +21,8 @@ class Store : public testing::Test {
         return text;
     }
     rmmi_test::TempDir dir;
-    std::string path = dir.path + "/sncfg.conf";
+    std::string path = dir.file("sncfg.conf");
+    rmmi_test::ScopedSetting store{"SNCFG_FILE", path.c_str()};
 };
 
 TEST_F(Store, FileFormatRules) {
@@ -59,6 +59,46 @@ TEST_F(Store, MissingOrUnreadableStoreFailsUntilItIsWritten) {
     setenv("SNCFG_FILE", path.c_str(), 1);
     write_store("KERV_DEBUG=4\n");
     EXPECT_EQ(get("KERV_DEBUG"), "4");
+}
+
+/* One rule for every development setting: unset or empty keeps the board's value, and a
+   number must be a whole decimal from 1 to its maximum. */
+TEST(Settings, EmptyOrBadValuesKeepTheBoardsValue) {
+    const struct {
+        const char *value; /* null: unset */
+        unsigned long number;
+        const char *path;
+    } cases[] = {
+        {nullptr, 7, "/board"}, {"", 7, "/board"}, {"12", 12, "12"},  {"0", 7, "0"},
+        {"100", 100, "100"},    {"101", 7, "101"}, {"-1", 7, "-1"},   {"12x", 7, "12x"},
+        {" 12", 7, " 12"},      {"+12", 7, "+12"}, {"abc", 7, "abc"},
+    };
+    for (const auto &c : cases) {
+        if (c.value == nullptr)
+            unsetenv("KERV_TEST_SETTING");
+        else
+            setenv("KERV_TEST_SETTING", c.value, 1);
+        EXPECT_EQ(kerv_env_number("KERV_TEST_SETTING", 7, 100), c.number) << c.value;
+        EXPECT_STREQ(kerv_env_path("KERV_TEST_SETTING", "/board"), c.path) << c.value;
+    }
+    unsetenv("KERV_TEST_SETTING");
+}
+
+TEST_F(Store, NumbersReadAsTheDaemonAndKervctlReadThem) {
+    write_store("KERV_A=42\nKERV_B=\nKERV_C=text\n");
+    const struct {
+        const char *key;
+        kerv_cfg_e found;
+        unsigned long value;
+    } cases[] = {{"KERV_A", KERV_CFG_SET, 42},
+                 {"KERV_B", KERV_CFG_EMPTY, 99},
+                 {"KERV_C", KERV_CFG_SET, 0},
+                 {"KERV_D", KERV_CFG_MISSING, 99}};
+    for (const auto &c : cases) {
+        unsigned long value = 99;
+        EXPECT_EQ(kerv_store_number(sncfg_get, c.key, &value), c.found) << c.key;
+        EXPECT_EQ(value, c.value) << c.key;
+    }
 }
 
 } // namespace

@@ -67,7 +67,7 @@ TEST(ModemClients, GeneralRequestSucceedsOnlyOnResultOkAndAlwaysSaysWhy) {
         {Reply::silent, 0, 64, 1, "error,10006,command timeout"},
     };
     modemd_stub::Stub modemd;
-    setenv("KERVD_MODEMD_WAIT_MS", "10", 1);
+    rmmi_test::ScopedSetting short_waits("KERVD_MODEMD_WAIT_MS", "10");
     for (const auto &c : cases) {
         modemd.answer(c.reply, "\r\nOK\r\n", c.modem_result);
         int result = -2;
@@ -89,7 +89,7 @@ TEST(ModemClients, GeneralRequestSucceedsOnlyOnResultOkAndAlwaysSaysWhy) {
 TEST(ModemClients, RelayWithoutAnAnswerFailsAndLogsNoTextOfTheCaller) {
     modemd_stub::Stub modemd;
     modemd.answer(Reply::silent, "", 0);
-    setenv("KERVD_MODEMD_WAIT_MS", "10", 1);
+    rmmi_test::ScopedSetting short_waits("KERVD_MODEMD_WAIT_MS", "10");
     kal_uint8 command[] = "ATE0\r";
     char out[16] = "stale";
     kal_uint32 length = sizeof(out) - 1;

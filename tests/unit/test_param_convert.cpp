@@ -13,7 +13,7 @@ TEST(TextCopies, OddLengthsAndLongTextsStayInBounds) {
     /* Longer than an 8-bit position can count. */
     const std::string long_text(300, 'q');
     const bytes src = text_bytes(long_text);
-    output_buffer wide(src.size()), back(src.size());
+    GuardedBuffer wide(src.size()), back(src.size());
     ascii_to_ucs2(src.data(), reinterpret_cast<kal_wchar *>(wide.data()));
     EXPECT_EQ(wide.text(), long_text);
     ucs2_to_ascii(reinterpret_cast<const kal_wchar *>(wide.data()), back.data());

@@ -78,7 +78,7 @@ TEST(ExtractNumberString, CopiesDialDigitsUpToDelimiterOrLength) {
     };
     for (const auto &c : cases) {
         cursor_fixture f(c.text);
-        output_buffer out(c.max_length);
+        GuardedBuffer out(c.max_length);
         EXPECT_EQ(extract_number_string(&f.cursor, ',', out.data(), c.max_length), c.ok) << c.text;
         EXPECT_EQ(out.text(), c.copied) << c.text;
         EXPECT_TRUE(out.guards_intact()) << c.text;

@@ -56,7 +56,7 @@ TEST(TextValidators, ResultOutcomeStoredTextAndCursor) {
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << "member " << c.which << " \"" << c.text << "\"");
         cursor_fixture f(c.text);
-        output_buffer out(c.max_length);
+        GuardedBuffer out(c.max_length);
         kal_uint8 cause = kUnset;
         EXPECT_EQ(run(c.which, &f.cursor, &cause, c.max_length, out.data()), c.result);
         EXPECT_EQ(cause, c.cause);
@@ -75,13 +75,13 @@ struct Name {
 };
 Name read_name(kal_uint8 coding_scheme, const std::string &text, kal_uint16 max_length) {
     cursor_fixture f(text);
-    output_buffer out(2u * max_length);
+    GuardedBuffer out(2u * max_length);
     Name got{0, kUnset, 0xBEEF, {}};
     got.result =
         rmmi_filename_validator(coding_scheme, &f.cursor, ',', '\r', max_length,
                                 reinterpret_cast<kal_wchar *>(out.data()), &got.length, &got.cause);
     EXPECT_TRUE(out.guards_intact()) << text;
-    got.name.assign(out.bytes.begin(), out.bytes.begin() + static_cast<long>(out.size));
+    got.name.assign(out.data(), out.data() + out.size());
     return got;
 }
 

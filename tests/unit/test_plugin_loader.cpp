@@ -62,16 +62,14 @@ TEST(Registry, LaterRecordWinsKeysAreExactAndOnlyTwoGroupsCount) {
 /* A plug-in directory of its own, filled with copies of the test plug-ins. */
 class Loader : public testing::Test {
   protected:
-    void SetUp() override {
-        ASSERT_NE(getcwd(saved_cwd, sizeof(saved_cwd)), nullptr);
-        setenv("KERVD_PLUGIN_DIR", dir.path.c_str(), 1);
-    }
+    void SetUp() override { ASSERT_NE(getcwd(saved_cwd, sizeof(saved_cwd)), nullptr); }
     void TearDown() override { EXPECT_EQ(chdir(saved_cwd), 0); }
     void add_plugin(const char *built_name, const std::string &entry_name) {
         fs::copy_file(fs::path(KERV_TEST_PLUGINS_DIR) / built_name,
                       fs::path(dir.path) / entry_name);
     }
     rmmi_test::TempDir dir;
+    rmmi_test::ScopedSetting plugin_dir{"KERVD_PLUGIN_DIR", dir.path.c_str()};
     char saved_cwd[PATH_MAX];
 };
 

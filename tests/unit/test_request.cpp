@@ -37,7 +37,7 @@ bytes wire_of(const kervRequest_t &req, int size) {
 }
 
 /* A message header with the given slots (the rest 0) and the bytes after it. */
-bytes message(u_int32_t magic, u_int16_t type, u_int16_t cmd, std::vector<u_int32_t> slots = {},
+bytes message(u_int32_t magic, u_int16_t type, u_int16_t cmd, std::vector<u_int32_t> slots = {0},
               const std::string &strings = "") {
     bytes wire(52 + strings.size(), 0);
     memcpy(wire.data(), &magic, 4);

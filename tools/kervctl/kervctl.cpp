@@ -5,6 +5,7 @@
  */
 #include "kal_io.h"
 #include "kervctl_answer.h"
+#include "kerv_settings.h"
 #include "request.h"
 #include "sncfg.h"
 
@@ -30,8 +31,6 @@ constexpr int kExitFailed = 1;
 constexpr int kExitNoConnect = 2;
 constexpr int kExitUsage = 64;
 
-constexpr unsigned int kDefaultListenPort = 5556;
-constexpr unsigned int kDefaultUrcPort = 12394;
 /* The daemon keeps at most this much of one URC datagram. */
 constexpr size_t kUrcTextMax = 1023;
 /*
@@ -180,12 +179,9 @@ int parse_arguments(int argc, char **argv, Options *opts) {
 
 /* A port from the store read as the daemon reads it: decimal, the default when absent. */
 unsigned int store_port(const char *key, unsigned int default_port) {
-    char *value = nullptr;
-    if (sncfg_get(key, &value) < 0 || value == nullptr)
-        return default_port;
-    const unsigned int port = static_cast<unsigned int>(strtoul(value, nullptr, 10)) & 0xFFFFu;
-    free(value);
-    return port;
+    unsigned long port = default_port;
+    kerv_store_number(sncfg_get, key, &port);
+    return static_cast<unsigned int>(port) & 0xFFFFu;
 }
 
 unsigned int port_for(const Options &opts, const char *key, unsigned int default_port) {
@@ -315,7 +311,8 @@ int run_control(const Options &opts, u_int16_t cmd, const char *arg0, bool has_r
 }
 
 int run_urc(const Options &opts, const char *text) {
-    const unsigned int port = port_for(opts, "KERV_URC_LISTEN_PORT", kDefaultUrcPort);
+    const unsigned int port =
+        port_for(opts, KERV_KEY_URC_LISTEN_PORT, KERV_DEFAULT_URC_LISTEN_PORT);
     const size_t len = strlen(text);
     if (len > kUrcTextMax)
         complain("warning: the daemon passes on only the first %zu bytes of a URC", kUrcTextMax);
@@ -458,7 +455,7 @@ int run_at(const Options &opts) {
             return usage_error("an AT line must be non-empty and without line ends: '%s'",
                                opts.args[i]);
     }
-    const unsigned int port = port_for(opts, "KERV_LISTEN_PORT", kDefaultListenPort);
+    const unsigned int port = port_for(opts, KERV_KEY_LISTEN_PORT, KERV_DEFAULT_LISTEN_PORT);
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const struct sockaddr_in addr = loopback(port);
     if (fd < 0 ||

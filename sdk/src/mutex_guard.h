@@ -1,5 +1,6 @@
 /*
- * Holds a pthread mutex for one scope: the daemon's few locks are taken and released with it.
+ * Holds a pthread mutex for one scope: the daemon's few locks and the socket wrapper's are
+ * taken and released with it.
  */
 #ifndef KERV_MUTEX_GUARD_H
 #define KERV_MUTEX_GUARD_H
