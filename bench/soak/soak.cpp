@@ -171,7 +171,7 @@ bool read_more(int fd, std::string *into, Clock::time_point deadline) {
     if (left.count() <= 0 || poll(&watched, 1, static_cast<int>(left.count())) <= 0)
         return false;
     char buf[8192];
-    const ssize_t n = recv(fd, buf, sizeof(buf), 0);
+    const ssize_t n = read(fd, buf, sizeof(buf)); /* a socket or a pty's master */
     if (n > 0)
         into->append(buf, static_cast<size_t>(n));
     return n > 0;
@@ -209,6 +209,7 @@ struct Setup {
     std::string kervd, modemd_sim, dir;
     unsigned tcp_port = 0, urc_port = 0, modem_port = 0;
     pid_t sim = -1, daemon = -1;
+    bool serial = false; /* the channel on the serial device (a link in dir), reopened */
 };
 
 pid_t spawn(const std::vector<std::string> &args, const std::vector<std::string> &env,
@@ -254,13 +255,14 @@ bool start_kervd(Setup &s, int debug_level = 0) {
     std::ofstream(s.dir + "/sncfg.conf")
         << "KERV_DEBUG=" << debug_level << "\nKERV_LISTEN_PORT=" << s.tcp_port
         << "\nKERV_URC_LISTEN_ENABLE=1\n"
-        << "KERV_URC_LISTEN_PORT=" << s.urc_port << "\n";
+        << "KERV_URC_LISTEN_PORT=" << s.urc_port << "\n"
+        << (s.serial ? "KERV_LISTEN_TYPE=1\nKERV_SERIAL_REOPEN=1\n" : "");
     mkdir((s.dir + "/plugins").c_str(), 0755);
     const pid_t launcher = spawn(
         {s.kervd},
         {"SNCFG_FILE=" + s.dir + "/sncfg.conf", "KERVD_CONTROL_SOCKET=" + s.dir + "/kerv.socket",
          "KERVD_PID_FILE=" + s.dir + "/kerv.pid", "KERVD_PLUGIN_DIR=" + s.dir + "/plugins",
-         "KERVD_SERIAL_DEVICE=" + s.dir + "/no-serial",
+         "KERVD_SERIAL_DEVICE=" + s.dir + "/ttyGS0",
          "KERVD_MODEMD_PORT=" + std::to_string(s.modem_port),
          "KERVD_MODEMD_WAIT_MS=" + std::to_string(kModemWaitMs),
          "KERVD_HOST_STALL_MS=" + std::to_string(kHostStallMs),
@@ -274,8 +276,9 @@ bool start_kervd(Setup &s, int debug_level = 0) {
                return s.daemon > 0 && kill(s.daemon, 0) == 0;
            }) &&
            eventually([&] {
-               const int fd = tcp_connect(s.tcp_port);
-               close(fd);
+               const int fd = s.serial ? 0 : tcp_connect(s.tcp_port);
+               if (!s.serial)
+                   close(fd);
                return fd >= 0 && !port_free(s.urc_port, SOCK_DGRAM);
            });
 }
@@ -903,6 +906,65 @@ void sigterm_with_full_output(const Setup &s) {
            pipe_bytes, answered, gone_ms);
 }
 
+/* A pty standing in for the serial device, put at link as a gadget port's node comes back;
+   its master, the host's end. */
+int new_serial_device(const std::string &link) {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    grantpt(master);
+    unlockpt(master);
+    const std::string next = link + ".next";
+    symlink(ptsname(master), next.c_str());
+    rename(next.c_str(), link.c_str());
+    return master;
+}
+
+/* How long until the channel on the pty answers AT (-1: not within 10 s). Lines written
+   before the daemon opened the device are discarded by it, so AT goes again and again. */
+long long answered_after(int master) {
+    const auto begun = Clock::now();
+    std::string got;
+    while (ms_since(begun) < 10000) {
+        if (write(master, "AT\r", 3) != 3)
+            break;
+        read_more(master, &got, Clock::now() + 20ms);
+        if (got.find("OK\r\n") != std::string::npos)
+            return ms_since(begun);
+    }
+    return -1;
+}
+
+/* A third daemon, on a serial device with KERV_SERIAL_REOPEN=1: the device hangs up (its
+   pty is closed), is away for 300 ms and comes back as a new pty; the channel must answer
+   again within 2 s of its return. */
+void serial_hang_ups(const Setup &s) {
+    Setup serial = s;
+    serial.dir = s.dir + "/serial";
+    serial.serial = true;
+    mkdir(serial.dir.c_str(), 0755);
+    int master = new_serial_device(serial.dir + "/ttyGS0");
+    if (!start_kervd(serial) || answered_after(master) < 0) {
+        close(master);
+        return fail("serial hang-up", "the serial channel did not answer at first");
+    }
+    long long slowest_ms = 0;
+    constexpr int kHangUps = 5;
+    for (int i = 0; i < kHangUps; ++i) {
+        close(master);
+        std::this_thread::sleep_for(300ms);
+        master = new_serial_device(serial.dir + "/ttyGS0");
+        const long long ms = answered_after(master);
+        if (ms < 0 || ms > 2000)
+            fail("serial channel after a hang-up", "answered after " + std::to_string(ms) + " ms");
+        slowest_ms = std::max(slowest_ms, ms < 0 ? 10000 : ms);
+    }
+    close(master);
+    kill(serial.daemon, SIGTERM);
+    waitpid(serial.daemon, nullptr, 0);
+    printf("serial hang-ups with KERV_SERIAL_REOPEN=1: after each of %d, the device away for"
+           " 300 ms, the channel answered at most %lld ms after the device was back\n",
+           kHangUps, slowest_ms);
+}
+
 struct Phase {
     const char *name;
     double share; /* of the run's seconds */
@@ -963,10 +1025,8 @@ int main(int argc, char **argv) {
         fail("memory", std::to_string(before.rss_kb) + " kB -> " + std::to_string(after.rss_kb));
     if (after.cpu_ticks > before.cpu_ticks + 200)
         fail("idle cpu", "the daemon keeps working when nothing happens");
-    /* Serial hang-up and return, with KERV_SERIAL_REOPEN=1: its place is here, once the
-       serial channel reopens its device (a daemon on a pty, the pty's slave closed and
-       opened again, the channel answering again within 2 s). */
     stop_with_lines_queued(s);
+    serial_hang_ups(s);
     sigterm_with_full_output(s);
     stop_all(s);
     printf("%s: %d failed checks\n", failures == 0 ? "PASS" : "FAIL", failures);
