@@ -3,8 +3,9 @@
  * clients, a faulty modem daemon, stalled, departing, storming and slow hosts and forged
  * modem answers, in a setting of its own (store file, ports, control socket, pid file,
  * plug-in directory in one folder; modemd-sim as the modem daemon); then a STOP with lines
- * queued, serial hang-ups, and a SIGTERM with a full standard output. Every answer is checked byte for byte at its place in the host's stream;
- * the daemon's descriptors, memory and idle CPU are taken before and after.
+ * queued, serial hang-ups, and a SIGTERM with a full standard output. Every answer is
+ * checked byte for byte at its place in the host's stream; the daemon's descriptors, memory
+ * and idle CPU are taken before and after.
  *
  *   kerv_soak <kervd> <modemd-sim> <folder> <seconds>     exit status 0: every check held
  */
