@@ -1,12 +1,15 @@
 /*
  * kerv_soak: the real kervd for minutes under host churn, a URC flood, garbage and silent
- * clients, a faulty modem daemon and a stalled host, in a setting of its own (store file,
- * ports, control socket, pid file, plug-in directory in one folder; modemd-sim as the
- * modem daemon). Every answer is checked byte for byte at its place in the host's stream;
- * the daemon's descriptors, memory and idle CPU are taken before and after.
+ * clients, a faulty modem daemon, stalled, departing, storming and slow hosts and forged
+ * modem answers, in a setting of its own (store file, ports, control socket, pid file,
+ * plug-in directory in one folder; modemd-sim as the modem daemon); then a STOP with lines
+ * queued, serial hang-ups, and a SIGTERM with a full standard output. Every answer is
+ * checked byte for byte at its place in the host's stream; the daemon's descriptors, memory
+ * and idle CPU are taken before and after.
  *
  *   kerv_soak <kervd> <modemd-sim> <folder> <seconds>     exit status 0: every check held
  */
+#include "kerv_md_request.h"
 #include "request.h"
 
 #include <arpa/inet.h>
@@ -21,12 +24,14 @@
 #include <fcntl.h>
 #include <fstream>
 #include <functional>
+#include <netinet/tcp.h>
 #include <iterator>
 #include <netinet/in.h>
 #include <poll.h>
 #include <random>
 #include <sstream>
 #include <string>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -168,7 +173,7 @@ bool read_more(int fd, std::string *into, Clock::time_point deadline) {
     if (left.count() <= 0 || poll(&watched, 1, static_cast<int>(left.count())) <= 0)
         return false;
     char buf[8192];
-    const ssize_t n = recv(fd, buf, sizeof(buf), 0);
+    const ssize_t n = read(fd, buf, sizeof(buf)); /* a socket or a pty's master */
     if (n > 0)
         into->append(buf, static_cast<size_t>(n));
     return n > 0;
@@ -206,6 +211,7 @@ struct Setup {
     std::string kervd, modemd_sim, dir;
     unsigned tcp_port = 0, urc_port = 0, modem_port = 0;
     pid_t sim = -1, daemon = -1;
+    bool serial = false; /* the channel on the serial device (a link in dir), reopened */
 };
 
 pid_t spawn(const std::vector<std::string> &args, const std::vector<std::string> &env,
@@ -243,19 +249,22 @@ bool start_modemd_sim(Setup &s) {
     });
 }
 
-/* Diagnostics at level 0: at the default level a soak writes hundreds of megabytes. */
-bool start_kervd(Setup &s) {
+/* Diagnostics at level 0 unless asked: at the default level a soak writes hundreds of
+   megabytes. */
+bool start_kervd(Setup &s, int debug_level = 0) {
     s.tcp_port = free_port(SOCK_STREAM);
     s.urc_port = free_port(SOCK_DGRAM);
     std::ofstream(s.dir + "/sncfg.conf")
-        << "KERV_DEBUG=0\nKERV_LISTEN_PORT=" << s.tcp_port << "\nKERV_URC_LISTEN_ENABLE=1\n"
-        << "KERV_URC_LISTEN_PORT=" << s.urc_port << "\n";
+        << "KERV_DEBUG=" << debug_level << "\nKERV_LISTEN_PORT=" << s.tcp_port
+        << "\nKERV_URC_LISTEN_ENABLE=1\n"
+        << "KERV_URC_LISTEN_PORT=" << s.urc_port << "\n"
+        << (s.serial ? "KERV_LISTEN_TYPE=1\nKERV_SERIAL_REOPEN=1\n" : "");
     mkdir((s.dir + "/plugins").c_str(), 0755);
     const pid_t launcher = spawn(
         {s.kervd},
         {"SNCFG_FILE=" + s.dir + "/sncfg.conf", "KERVD_CONTROL_SOCKET=" + s.dir + "/kerv.socket",
          "KERVD_PID_FILE=" + s.dir + "/kerv.pid", "KERVD_PLUGIN_DIR=" + s.dir + "/plugins",
-         "KERVD_SERIAL_DEVICE=" + s.dir + "/no-serial",
+         "KERVD_SERIAL_DEVICE=" + s.dir + "/ttyGS0",
          "KERVD_MODEMD_PORT=" + std::to_string(s.modem_port),
          "KERVD_MODEMD_WAIT_MS=" + std::to_string(kModemWaitMs),
          "KERVD_HOST_STALL_MS=" + std::to_string(kHostStallMs),
@@ -269,8 +278,9 @@ bool start_kervd(Setup &s) {
                return s.daemon > 0 && kill(s.daemon, 0) == 0;
            }) &&
            eventually([&] {
-               const int fd = tcp_connect(s.tcp_port);
-               close(fd);
+               const int fd = s.serial ? 0 : tcp_connect(s.tcp_port);
+               if (!s.serial)
+                   close(fd);
                return fd >= 0 && !port_free(s.urc_port, SOCK_DGRAM);
            });
 }
@@ -579,6 +589,384 @@ void stalled_host(Setup &s, Clock::time_point until) {
            longest_ms);
 }
 
+/* ---- Availability: hosts that leave, storm or stall, strangers on loopback ---------------- */
+
+/* What the modem daemon logged from byte from on (one line per request it received). */
+std::string modem_log_since(const Setup &s, size_t from) {
+    std::ifstream log(s.dir + "/modemd-sim.out", std::ios::binary);
+    log.seekg(static_cast<std::streamoff>(from));
+    return std::string(std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>());
+}
+
+size_t modem_log_size(const Setup &s) {
+    struct stat log {};
+    stat((s.dir + "/modemd-sim.out").c_str(), &log);
+    return static_cast<size_t>(log.st_size);
+}
+
+size_t count_of(const std::string &text, const std::string &what) {
+    size_t count = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+        ++count;
+    return count;
+}
+
+/* A host whose 300 lines wait in the daemon while the first runs on the slow modem daemon;
+   the modem log's size when that first line had arrived. */
+size_t queue_slow_lines(const Setup &s, Host &host) {
+    const size_t from = modem_log_size(s);
+    std::string lines;
+    for (int i = 0; i < 300; ++i)
+        lines += "AT+SLOW\r";
+    send_all(host.fd, lines);
+    eventually([&] { return modem_log_since(s, from).find("AT+SLOW") != std::string::npos; });
+    return modem_log_size(s);
+}
+
+void reset_connection(Host &host) {
+    const linger reset = {1, 0};
+    setsockopt(host.fd, SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
+    close(host.fd);
+    host.fd = -1;
+}
+
+/* The daemon's socket inodes, to tell its UDP sockets in /proc/net/udp. */
+std::vector<std::string> socket_inodes(pid_t pid) {
+    std::vector<std::string> inodes;
+    const std::string fds = "/proc/" + std::to_string(pid) + "/fd/";
+    if (DIR *dir = opendir(fds.c_str())) {
+        char target[64];
+        while (const dirent *entry = readdir(dir)) {
+            const ssize_t n = readlink((fds + entry->d_name).c_str(), target, sizeof(target) - 1);
+            if (n > 8 && strncmp(target, "socket:[", 8) == 0)
+                inodes.emplace_back(target + 8, static_cast<size_t>(n) - 9);
+        }
+        closedir(dir);
+    }
+    return inodes;
+}
+
+/* Local ports of the daemon's UDP sockets other than the URC port: its exchange sockets. */
+std::vector<unsigned> exchange_ports(const Setup &s) {
+    const std::vector<std::string> inodes = socket_inodes(s.daemon);
+    std::vector<unsigned> ports;
+    std::istringstream table(read_file("/proc/net/udp"));
+    std::string line, sl, local, remote, state, queues, timers, retransmits, uid, timeout, inode;
+    std::getline(table, line);
+    while (std::getline(table, line)) {
+        std::istringstream(line) >> sl >> local >> remote >> state >> queues >> timers >>
+            retransmits >> uid >> timeout >> inode;
+        const unsigned port = static_cast<unsigned>(strtoul(local.c_str() + 9, nullptr, 16));
+        if (port != s.urc_port && std::find(inodes.begin(), inodes.end(), inode) != inodes.end())
+            ports.push_back(port);
+    }
+    return ports;
+}
+
+/* Bytes the daemon holds for the host on host_fd that the host has not acknowledged. */
+long unacknowledged_to(const Setup &s, int host_fd) {
+    sockaddr_in host_end{};
+    socklen_t len = sizeof(host_end);
+    getsockname(host_fd, reinterpret_cast<sockaddr *>(&host_end), &len);
+    char ends[32];
+    snprintf(ends, sizeof(ends), ":%04X 0100007F:%04X", s.tcp_port, ntohs(host_end.sin_port));
+    std::istringstream table(read_file("/proc/net/tcp"));
+    for (std::string line; std::getline(table, line);)
+        if (line.find(ends) != std::string::npos)
+            return strtol(line.c_str() + line.find(ends) + strlen(ends) + 4, nullptr, 16);
+    return -1;
+}
+
+/* While a relayed command waits on the modem daemon (AT+DROP: silent, 60 waits), 3,000
+   connect-and-close cycles: the departed connections must not pile up in the daemon, and a
+   control application must still be answered at once. */
+void reconnect_storm(Setup &s, Clock::time_point until) {
+    int rounds = 0, most_fds = 0, idle_fds = 0;
+    long long slowest_hash_us = 0;
+    const std::string hash_reply = control_exchange(gen_hash_request());
+    for (; phase_goes_on(until); ++rounds) {
+        idle_fds = usage_of(s.daemon).fds;
+        const size_t from = modem_log_size(s);
+        {
+            Host leaving(s.tcp_port);
+            send_all(leaving.fd, "AT+DROP\r");
+            eventually(
+                [&] { return modem_log_since(s, from).find("AT+DROP") != std::string::npos; });
+        }
+        const auto wait_began = Clock::now();
+        std::atomic<bool> storming{true};
+        std::thread watcher([&] {
+            while (storming || ms_since(wait_began) < 60 * kModemWaitMs) {
+                most_fds = std::max(most_fds, usage_of(s.daemon).fds - idle_fds);
+                const auto asked = Clock::now();
+                if (control_exchange(gen_hash_request()) != hash_reply)
+                    fail("GEN_HASH during a reconnect storm", "wrong or no reply");
+                slowest_hash_us = std::max<long long>(
+                    slowest_hash_us,
+                    std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - asked)
+                        .count());
+            }
+        });
+        const sockaddr_in address = loopback(s.tcp_port);
+        for (int i = 0; i < 3000; ++i) {
+            const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+            connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+            close(fd);
+        }
+        storming = false;
+        watcher.join();
+        if (most_fds > 16)
+            fail("descriptors during a reconnect storm", "idle + " + std::to_string(most_fds));
+        served(s, "host after a reconnect storm");
+    }
+    printf("  %d storms of 3000 connect-and-close cycles during a silent modem wait of %d ms:"
+           " descriptors at most idle (%d) + %d; GEN_HASH answered within %.1f ms\n",
+           rounds, 60 * kModemWaitMs, idle_fds, most_fds, slowest_hash_us / 1e3);
+}
+
+/* A host queues 300 lines behind a slow command and resets: nothing more of it may reach
+   the modem daemon, and the next host's first (internal) command is answered as soon as the
+   running command ends. */
+void departing_host(Setup &s, Clock::time_point until) {
+    int rounds = 0;
+    size_t most_after = 0;
+    long long slowest_ms = 0;
+    for (; phase_goes_on(until); ++rounds) {
+        Host host(s.tcp_port);
+        if (!host.sync())
+            return fail("departing host", "host not served");
+        queue_slow_lines(s, host);
+        reset_connection(host);
+        const auto reset_at = Clock::now();
+        const size_t at_reset = modem_log_size(s);
+        Host next(s.tcp_port);
+        send_all(next.fd, "ATE0\r");
+        std::string why;
+        if (!next.expect("\r\nOK\r\n", &why))
+            return fail("next host after a departed one", why);
+        slowest_ms = std::max(slowest_ms, ms_since(reset_at));
+        const size_t after = count_of(modem_log_since(s, at_reset), "AT+SLOW");
+        most_after = std::max(most_after, after);
+        if (after > 1)
+            fail("departed host's lines", std::to_string(after) + " reached the modem daemon");
+        next.sync();
+    }
+    printf("  %d hosts reset with 300 lines queued: at most %zu line(s) reached the modem daemon"
+           " after the reset; the next host's ATE0 answered at most %lld ms after it (the running"
+           " command takes 100 ms)\n",
+           rounds, most_after, slowest_ms);
+}
+
+/* A host that sends ten lines a second with 1 KB answers and reads nothing is cut off within
+   twice the stall time of its output backing up (more than 4 KB unacknowledged). */
+void slow_sender(Setup &s, Clock::time_point until) {
+    int rounds = 0;
+    long long most_backed_ms = 0, most_first_ms = 0;
+    for (; phase_goes_on(until); ++rounds) {
+        Host host(s.tcp_port, 16384);
+        if (!host.sync())
+            return fail("slow sender", "host not served");
+        const auto first_line = Clock::now();
+        auto backed_up = Clock::time_point::max();
+        bool ended = false;
+        while (!ended && ms_since(first_line) < 60000) {
+            pollfd watched = {host.fd, POLLRDHUP, 0};
+            ended = send(host.fd, "AT+BIG\r", 7, MSG_NOSIGNAL) < 0 || poll(&watched, 1, 100) > 0;
+            if (backed_up == Clock::time_point::max() && unacknowledged_to(s, host.fd) > 4096)
+                backed_up = Clock::now();
+        }
+        const long long backed_ms =
+            backed_up == Clock::time_point::max() ? -1 : ms_since(backed_up);
+        if (!ended || backed_ms > 2 * kHostStallMs)
+            fail("slow sender cut off",
+                 ended ? std::to_string(backed_ms) + " ms after backing up" : "not within 60 s");
+        most_backed_ms = std::max(most_backed_ms, backed_ms);
+        most_first_ms = std::max(most_first_ms, ms_since(first_line));
+        served(s, "host after a slow sender");
+    }
+    printf("  %d slow senders cut off at most %lld ms after their output backed up (stall time"
+           " %d ms), %lld ms after their first line\n",
+           rounds, most_backed_ms, kHostStallMs, most_first_ms);
+}
+
+/* Forged answers, with the token of the request the modem daemon last logged, sent from a
+   socket of our own to every exchange socket the daemon has open, while a host runs slow
+   relayed commands: every command gets the modem daemon's own answer. */
+void foreign_datagrams(Setup &s, Clock::time_point until) {
+    Host host(s.tcp_port);
+    if (!host.sync())
+        return fail("foreign datagrams", "host not served");
+    const size_t from = modem_log_size(s);
+    const std::string forged_text = "\r\n+SLOW: forged\r\n\r\nOK\r\n";
+    std::atomic<bool> done{false};
+    long sent = 0, aimed = 0;
+    std::thread stranger([&] {
+        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        while (!done) {
+            const std::string log = modem_log_since(s, from);
+            const size_t at = log.rfind("token=");
+            Modem_Response_t forged{};
+            forged.magic = MODEM_REQUEST_MAGIC;
+            sscanf(log.c_str() + (at == std::string::npos ? 0 : at),
+                   "token=%u target=%u request_id=%u", &forged.token, &forged.target,
+                   &forged.request_id);
+            forged.response_id = forged.request_id;
+            forged.data_len = static_cast<kal_uint32>(forged_text.size());
+            memcpy(forged.data, forged_text.data(), forged_text.size());
+            const std::vector<unsigned> ports = exchange_ports(s);
+            for (int i = 0; i < 50; ++i, ++sent) {
+                const unsigned port =
+                    ports.empty() ? 40000 + rng() % 20000 : ports[i % ports.size()];
+                aimed += !ports.empty();
+                const sockaddr_in to = loopback(port);
+                sendto(fd, &forged, MODEM_RESPONSE_HEADER_SIZE + forged_text.size(), 0,
+                       reinterpret_cast<const sockaddr *>(&to), sizeof(to));
+            }
+            std::this_thread::sleep_for(5ms);
+        }
+        close(fd);
+    });
+    int commands = 0;
+    std::string why;
+    for (; (commands < 100 || sent < 10000) && Clock::now() < until + 30s; ++commands) {
+        send_all(host.fd, "AT+SLOW\r");
+        if (!host.expect("\r\n+SLOW\r\n\r\nOK\r\n", &why)) {
+            fail("forged answer taken", why);
+            break;
+        }
+    }
+    done = true;
+    stranger.join();
+    printf("  %d relayed commands, each answered by the modem daemon itself; %ld forged datagrams"
+           " sent, %ld of them to an exchange socket the daemon had open\n",
+           commands, sent, aimed);
+}
+
+/* Last on the channel, which a STOP closes for good: a STOP while a host has 300 lines
+   queued; no line may reach the modem daemon after the STOP has returned. */
+void stop_with_lines_queued(Setup &s) {
+    Host host(s.tcp_port);
+    host.sync();
+    queue_slow_lines(s, host);
+    kervRequest_t request{};
+    request.magic = KERV_REQUEST_MAGIC;
+    request.type = KERV_REQUEST_TYPE_APP;
+    request.cmd = KERV_REQUEST_CMD_STOP;
+    const auto asked = Clock::now();
+    control_exchange(std::string(reinterpret_cast<const char *>(&request),
+                                 static_cast<size_t>(kerv_pack_request(&request))));
+    const long long stop_ms = ms_since(asked);
+    const size_t at_stop = modem_log_size(s);
+    std::this_thread::sleep_for(1s); /* ten of the slow command's answers */
+    const size_t after = count_of(modem_log_since(s, at_stop), "AT+SLOW");
+    if (after > 0)
+        fail("lines after a STOP", std::to_string(after) + " reached the modem daemon");
+    printf("STOP with 300 lines queued: returned after %lld ms; %zu lines reached the modem daemon"
+           " in the second after it\n",
+           stop_ms, after);
+}
+
+/* A second daemon, its standard output a pipe that nobody reads, filled by its diagnostics
+   (debug level 5) until its worker waits on the pipe: a SIGTERM must still end it at once. */
+void sigterm_with_full_output(const Setup &s) {
+    Setup piped = s;
+    piped.dir = s.dir + "/piped";
+    mkdir(piped.dir.c_str(), 0755);
+    mkfifo((piped.dir + "/kervd.out").c_str(), 0644);
+    const int reader = open((piped.dir + "/kervd.out").c_str(), O_RDONLY | O_NONBLOCK);
+    if (!start_kervd(piped, 5)) {
+        close(reader);
+        return fail("SIGTERM with a full standard output", "second kervd did not start");
+    }
+    Host host(piped.tcp_port);
+    int answered = 0;
+    for (std::string answer; answered < 10000; ++answered, answer.clear()) {
+        send_all(host.fd, "ATE0\r");
+        while (answer.size() < 6 && read_more(host.fd, &answer, Clock::now() + 500ms)) {
+        }
+        if (answer.size() < 6)
+            break; /* the worker waits for room in the pipe */
+    }
+    int pipe_bytes = 0;
+    ioctl(reader, FIONREAD, &pipe_bytes);
+    const auto signalled = Clock::now();
+    kill(piped.daemon, SIGTERM);
+    while (daemon_alive(piped) && ms_since(signalled) < 10000)
+        std::this_thread::sleep_for(1ms);
+    const long long gone_ms = ms_since(signalled);
+    if (daemon_alive(piped)) {
+        kill(piped.daemon, SIGKILL);
+        fail("SIGTERM with a full standard output", "kervd still running after 10 s");
+    } else if (gone_ms > 1000) {
+        fail("SIGTERM with a full standard output",
+             "gone after " + std::to_string(gone_ms) + " ms");
+    }
+    waitpid(piped.daemon, nullptr, 0);
+    close(reader);
+    printf("SIGTERM with a full standard output (%d bytes unread in the pipe after %d commands):"
+           " the daemon was gone after %lld ms\n",
+           pipe_bytes, answered, gone_ms);
+}
+
+/* A pty standing in for the serial device, put at link as a gadget port's node comes back;
+   its master, the host's end. */
+int new_serial_device(const std::string &link) {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    grantpt(master);
+    unlockpt(master);
+    const std::string next = link + ".next";
+    symlink(ptsname(master), next.c_str());
+    rename(next.c_str(), link.c_str());
+    return master;
+}
+
+/* How long until the channel on the pty answers AT (-1: not within 10 s). Lines written
+   before the daemon opened the device are discarded by it, so AT goes again and again. */
+long long answered_after(int master) {
+    const auto begun = Clock::now();
+    std::string got;
+    while (ms_since(begun) < 10000) {
+        if (write(master, "AT\r", 3) != 3)
+            break;
+        read_more(master, &got, Clock::now() + 20ms);
+        if (got.find("OK\r\n") != std::string::npos)
+            return ms_since(begun);
+    }
+    return -1;
+}
+
+/* A third daemon, on a serial device with KERV_SERIAL_REOPEN=1: the device hangs up (its
+   pty is closed), is away for 300 ms and comes back as a new pty; the channel must answer
+   again within 2 s of its return. */
+void serial_hang_ups(const Setup &s) {
+    Setup serial = s;
+    serial.dir = s.dir + "/serial";
+    serial.serial = true;
+    mkdir(serial.dir.c_str(), 0755);
+    int master = new_serial_device(serial.dir + "/ttyGS0");
+    if (!start_kervd(serial) || answered_after(master) < 0) {
+        close(master);
+        return fail("serial hang-up", "the serial channel did not answer at first");
+    }
+    long long slowest_ms = 0;
+    constexpr int kHangUps = 5;
+    for (int i = 0; i < kHangUps; ++i) {
+        close(master);
+        std::this_thread::sleep_for(300ms);
+        master = new_serial_device(serial.dir + "/ttyGS0");
+        const long long ms = answered_after(master);
+        if (ms < 0 || ms > 2000)
+            fail("serial channel after a hang-up", "answered after " + std::to_string(ms) + " ms");
+        slowest_ms = std::max(slowest_ms, ms < 0 ? 10000 : ms);
+    }
+    close(master);
+    kill(serial.daemon, SIGTERM);
+    waitpid(serial.daemon, nullptr, 0);
+    printf("serial hang-ups with KERV_SERIAL_REOPEN=1: after each of %d, the device away for"
+           " 300 ms, the channel answered at most %lld ms after the device was back\n",
+           kHangUps, slowest_ms);
+}
+
 struct Phase {
     const char *name;
     double share; /* of the run's seconds */
@@ -586,11 +974,15 @@ struct Phase {
 };
 
 constexpr Phase kPhases[] = {
-    {"host churn", 0.2, host_churn},
-    {"urc flood", 0.2, urc_flood},
-    {"garbage and silent clients", 0.25, garbage_and_silence},
-    {"modem faults", 0.2, modem_faults},
-    {"stalled host", 0.15, stalled_host},
+    {"host churn", 0.15, host_churn},
+    {"urc flood", 0.15, urc_flood},
+    {"garbage and silent clients", 0.2, garbage_and_silence},
+    {"modem faults", 0.15, modem_faults},
+    {"stalled host", 0.1, stalled_host},
+    {"reconnect storm", 0.05, reconnect_storm},
+    {"departing host", 0.05, departing_host},
+    {"slow sender", 0.1, slow_sender},
+    {"foreign datagrams", 0.05, foreign_datagrams},
 };
 
 } // namespace
@@ -635,6 +1027,9 @@ int main(int argc, char **argv) {
         fail("memory", std::to_string(before.rss_kb) + " kB -> " + std::to_string(after.rss_kb));
     if (after.cpu_ticks > before.cpu_ticks + 200)
         fail("idle cpu", "the daemon keeps working when nothing happens");
+    stop_with_lines_queued(s);
+    serial_hang_ups(s);
+    sigterm_with_full_output(s);
     stop_all(s);
     printf("%s: %d failed checks\n", failures == 0 ? "PASS" : "FAIL", failures);
     return failures == 0 ? 0 : 1;

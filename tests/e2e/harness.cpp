@@ -150,6 +150,19 @@ bool process_running(pid_t pid) {
     return false;
 }
 
+/* The process other than this one whose environment holds entry (KEY=VALUE), or -1. */
+pid_t process_with_setting(const std::string &entry) {
+    std::error_code error;
+    for (const auto &process : std::filesystem::directory_iterator("/proc", error)) {
+        const pid_t pid = static_cast<pid_t>(atoi(process.path().filename().c_str()));
+        const std::string environment = read_file(process.path().string() + "/environ");
+        if (pid > 0 && pid != getpid() &&
+            ('\0' + environment).find('\0' + entry + '\0') != std::string::npos)
+            return pid;
+    }
+    return -1;
+}
+
 } // namespace
 
 size_t count_of(const std::string &text, const std::string &what) {
@@ -221,7 +234,7 @@ unsigned int free_port(int sock_type) {
 }
 
 pid_t spawn(const std::string &path, std::vector<std::string> args, const Settings &settings,
-            const std::string &out_path, const std::string &err_path) {
+            const std::string &out_path, const std::string &err_path, bool stdin_closed) {
     std::vector<std::string> env_text = environment_with(settings);
     std::vector<char *> envp = pointers_to(env_text);
     args.insert(args.begin(), path);
@@ -234,6 +247,8 @@ pid_t spawn(const std::string &path, std::vector<std::string> args, const Settin
         dup2(in, STDIN_FILENO);
         dup2(out, STDOUT_FILENO);
         dup2(err, STDERR_FILENO);
+        if (stdin_closed)
+            close(STDIN_FILENO);
         execve(path.c_str(), argv.data(), envp.data());
         _exit(127);
     }
@@ -322,28 +337,42 @@ bool Daemon::start() {
          options_.serial_device.empty() ? dir_.file("no-serial") : options_.serial_device},
     };
     /* The file may hold an earlier pid: only a new text names our daemon. */
-    const std::string earlier = read_file(pid_path_);
-    launcher_status_ =
-        exit_status(spawn(KERV_TEST_KERVD_PATH, {}, settings, output_path_, errors_path_));
+    std::error_code error;
+    const auto pid_path_type = std::filesystem::symlink_status(pid_path_, error).type();
+    const bool pid_file = pid_path_type == std::filesystem::file_type::regular ||
+                          pid_path_type == std::filesystem::file_type::not_found;
+    const std::string earlier = pid_file ? read_file(pid_path_) : "";
+    const pid_t launcher = spawn(KERV_TEST_KERVD_PATH, {}, settings, output_path_, errors_path_,
+                                 options_.stdin_closed);
+    /* A launcher that hangs (on whatever stands at a path it opens) fails the start. */
+    int status = 0;
+    if (!eventually([&] { return waitpid(launcher, &status, WNOHANG) == launcher; })) {
+        kill(launcher, SIGKILL);
+        exit_status(launcher);
+        return false;
+    }
+    launcher_status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     if (launcher_status_ != 0)
         return false;
     return eventually([&] {
-        const std::string text = read_file(pid_path_);
-        const pid_t pid = static_cast<pid_t>(strtol(text.c_str(), nullptr, 10));
-        if (text == earlier || pid <= 0 || !process_running(pid))
+        const std::string text = pid_file ? read_file(pid_path_) : "";
+        const pid_t pid = pid_file ? static_cast<pid_t>(strtol(text.c_str(), nullptr, 10))
+                                   : process_with_setting("KERVD_PID_FILE=" + pid_path_);
+        if ((pid_file && text == earlier) || pid <= 0 || !process_running(pid))
             return false;
         pid_ = pid;
         return true;
     });
 }
 
-void Daemon::stop() {
+bool Daemon::stop() {
     if (pid_ <= 0)
-        return;
+        return false;
     const bool was_running = process_running(pid_);
     kill(pid_, SIGTERM);
     const pid_t pid = pid_;
-    if (!eventually([&] { return !process_running(pid); }, 5s)) {
+    const bool ended = eventually([&] { return !process_running(pid); }, 5s);
+    if (!ended) {
         kill(pid, SIGKILL);
         eventually([&] { return !process_running(pid); }, 5s);
     }
@@ -352,6 +381,7 @@ void Daemon::stop() {
     if (!was_running || !errors.empty())
         ADD_FAILURE() << "kervd ended before its SIGTERM or reported errors\n"
                       << errors << output();
+    return ended;
 }
 
 bool Daemon::alive() const {

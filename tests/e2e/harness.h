@@ -44,9 +44,9 @@ bool eventually(const std::function<bool()> &check, std::chrono::milliseconds pa
 unsigned int free_port(int sock_type);
 
 /* Starts path with args, this process's environment plus settings, standard input from
-   /dev/null and its two outputs appended to out_path and err_path. */
+   /dev/null (or closed) and its two outputs appended to out_path and err_path. */
 pid_t spawn(const std::string &path, std::vector<std::string> args, const Settings &settings,
-            const std::string &out_path, const std::string &err_path);
+            const std::string &out_path, const std::string &err_path, bool stdin_closed = false);
 /* Waits for a child; its exit status, or -1 when a signal ended it. */
 int exit_status(pid_t child);
 
@@ -76,6 +76,7 @@ struct DaemonOptions {
     std::string serial_device; /* KERVD_SERIAL_DEVICE, when set */
     std::string plugin_dir;    /* KERVD_PLUGIN_DIR; default: an empty directory */
     std::string socket_path;   /* control socket; default: in the temp dir */
+    bool stdin_closed = false; /* started with standard input closed */
 };
 
 /* A running kervd. Its standard output goes to a file in the temp dir. */
@@ -84,11 +85,13 @@ class Daemon {
     Daemon(TempDir &dir, FakeModem &modem, DaemonOptions options);
     ~Daemon();
     /* Starts kervd and waits for its pid file; false when the launcher did not exit 0 or
-       no daemon wrote its pid. */
+       no daemon wrote its pid. With something else than a regular file at the pid file's
+       path (the daemon then runs without one), the daemon is found by its environment. */
     bool start();
     /* Ends the daemon by its pid (SIGTERM, then SIGKILL); a daemon that had already ended,
-       or printed on standard error (sanitizer reports), fails the test. */
-    void stop();
+       or printed on standard error (sanitizer reports), fails the test. True when the
+       SIGTERM ended it. */
+    bool stop();
     pid_t pid() const { return pid_; }
     bool alive() const;
     /* Bytes the daemon has written to its TCP host that the host has not taken. */

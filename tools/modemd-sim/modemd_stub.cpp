@@ -217,7 +217,8 @@ void Stub::serve() {
                                  packet.request_id,
                                  packet.data_len,
                                  std::string(packet.data, got - MODEM_REQUEST_HEADER_SIZE),
-                                 static_cast<size_t>(got)};
+                                 static_cast<size_t>(got),
+                                 ntohs(sender.sin_port)};
         if (logging_)
             log(request);
         Plan answer;

@@ -29,6 +29,7 @@ struct Request {
     uint32_t magic, token, target, request_id, data_len;
     std::string data;
     size_t datagram_size;
+    unsigned short sender_port; /* where the answer goes: the requester's exchange socket */
 };
 
 enum class Reply {
