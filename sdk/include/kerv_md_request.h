@@ -144,8 +144,8 @@ typedef struct _kerv_md_request {
  * request was sent but failed (wait error, time-out, short answer, other result); -1 when
  * the socket could not be created or the request not sent. out (out_size bytes) always
  * receives "ok" or a status text of the form "error,<number>,<description>", cut to fit.
- * Blocks the calling thread; requests are numbered from 2000 by a counter that is not
- * locked, so call it from one thread at a time.
+ * Blocks the calling thread; requests are numbered from 2000 by an atomic counter, so no
+ * two requests share a number, whichever threads send them.
  */
 int kerv_md_request(kerv_md_request_t *request_p, char *out, unsigned int out_size);
 
