@@ -133,7 +133,9 @@ TEST_F(Hardening, HostThatStopsReadingIsCutOffAndOthersAreServedAgain) {
 TEST_F(Hardening, StopCutsOffAHostThatStoppedReading) {
     ScopedSetting no_stall_cut_off("KERVD_HOST_STALL_MS", "60000");
     start();
-    auto host = answered_host();
+    Host host(daemon->tcp_port()); /* its receive buffer left to grow as it will */
+    host.send("ATE1\r");
+    ASSERT_EQ(host.read_like(kEchoOn), kEchoOn);
     /* URCs for a host that never reads, until the worker waits for room to write: the
        bytes the daemon holds for the host stop growing while URCs keep coming. */
     std::atomic<bool> flooding{true};
