@@ -1,9 +1,8 @@
-/* Start-up: banner, pid file, control socket, debug level, signals. */
+/* Start-up: banner, pid file and control socket. */
 #include "harness.h"
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <regex>
 
 namespace e2e {
@@ -29,42 +28,6 @@ TEST(StartUp, BannerOncePidWrittenOverTheOldTextAndStaleSocketReplaced) {
     EXPECT_EQ(pid_text.size(), std::string("123456789012\n").size());
     EXPECT_EQ(app_request(daemon.socket_path(), KERV_REQUEST_CMD_GEN_HASH, "E"),
               "hash_value1=[5], hash_value2=[0]");
-}
-
-TEST(StartUp, HighestDebugLevelFromTheStorePrintsEveryMessageOnTheWayOfALine) {
-    TempDir dir;
-    FakeModem modem;
-    DaemonOptions options;
-    options.store["KERV_DEBUG"] = "9";
-    Daemon daemon(dir, modem, options);
-    ASSERT_TRUE(daemon.start()) << daemon.output();
-    Host host(daemon.tcp_port());
-    host.send(std::string(1500, 'x') + "\rATE1\rAT\r");
-    const std::string expected = "\r\nERROR\r\nATE1\r\r\nOK\r\nAT\r\r\nOK\r\n";
-    EXPECT_EQ(host.read_like(expected), expected);
-    EXPECT_EQ(count_of(daemon.output(), "dbg = [WARNING, ERROR, INFO, FUNCTION, DBG]\r\n"), 1u)
-        << daemon.output();
-}
-
-TEST(StartUp, Usr1PrintsOneLineAndTheDaemonGoesOn) {
-    TempDir dir;
-    FakeModem modem;
-    Daemon daemon(dir, modem, {});
-    ASSERT_TRUE(daemon.start());
-    /* One at a time: signals of one kind that arrive together are delivered once. */
-    for (size_t sent = 1; sent <= 3; sent++) {
-        kill(daemon.pid(), SIGUSR1);
-        /* The control socket keeps answering (and, under ThreadSanitizer, lets the signal's
-           handler run by waking the main thread's select). */
-        EXPECT_EQ(app_request(daemon.socket_path(), KERV_REQUEST_CMD_GEN_HASH, "E"),
-                  "hash_value1=[5], hash_value2=[0]");
-        ASSERT_TRUE(eventually([&] {
-            return count_of(daemon.output(), "handle_debug: signal [10]\n") == sent;
-        })) << daemon.output();
-    }
-    Host host(daemon.tcp_port());
-    host.send("ATE1\r");
-    EXPECT_EQ(host.read_like("ATE1\r\r\nOK\r\n"), "ATE1\r\r\nOK\r\n");
 }
 
 TEST(StartUp, ControlSocketThatCannotBeBoundEndsStartWithStatus255) {

@@ -10,6 +10,18 @@ modem AT+CSQ => \r\n+CSQ: 20,99\r\n\r\nOK\r\n
 < ATE1\r\r\nOK\r\n
 > ATE1\0
 < ATE1\r\r\nOK\r\n
+# A run of line ends is one; a line waits for its end, also when it comes byte by byte.
+> AT\r\r\n\nATE1\rATE0
+= 1 998 AT\r
+< AT\r\r\nOK\r\nATE1\r\r\nOK\r\n
+> \r
+< \r\nOK\r\n
+> A
+> T
+> E
+> 1
+> \r
+< ATE1\r\r\nOK\r\n
 # The LF of a CR LF pair that arrives on its own still belongs to the line end.
 > ATE1\r
 < ATE1\r\r\nOK\r\n

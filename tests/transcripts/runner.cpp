@@ -14,11 +14,13 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 #include <libgen.h>
 #include <memory>
 #include <optional>
 #include <sstream>
+#include <string_view>
 #include <sys/socket.h>
 #include <thread>
 
@@ -51,20 +53,21 @@ std::vector<Line> read_transcript(const std::string &path) {
     return lines;
 }
 
-/* The bytes of a line's text: escapes, and \{N*c} for N times the character c. */
+/* The bytes of a line's text: escapes, and \{N*BYTES} for N times BYTES. */
 std::string bytes_of(const std::string &text) {
     std::string expanded;
-    for (size_t at = 0; at < text.size(); ++at) {
-        const size_t star = text.find('*', at);
-        if (text.compare(at, 2, "\\{") != 0 || star == std::string::npos ||
-            star + 2 >= text.size() || text[star + 2] != '}') {
-            expanded += text[at];
-            continue;
-        }
-        expanded.append(std::stoul(text.substr(at + 2, star - at - 2)), text[star + 1]);
-        at = star + 2;
+    size_t done = 0;
+    for (size_t at = text.find("\\{"); at != std::string::npos; at = text.find("\\{", done)) {
+        const size_t star = text.find('*', at), end = text.find('}', star);
+        if (star == std::string::npos || end == std::string::npos)
+            break;
+        expanded += unescape(text.substr(done, at - done));
+        const std::string unit = unescape(text.substr(star + 1, end - star - 1));
+        for (unsigned long n = std::stoul(text.substr(at + 2, star - at - 2)); n > 0; n--)
+            expanded += unit;
+        done = end + 1;
     }
-    return unescape(expanded);
+    return expanded + unescape(text.substr(done));
 }
 
 /* What follows " =>" and one blank. */
@@ -99,7 +102,8 @@ class Player {
                 line.rest.find(kModeNames[static_cast<int>(mode_)]) == std::string::npos)
                 return false;
             if (line.keyword == "plugin")
-                plugin_ = true;
+                plugin_ = line.rest == "unresolved" ? KERV_TEST_UNRESOLVED_PLUGIN_PATH
+                                                    : KERV_TEST_CGDCONT_PATH;
             if (line.keyword == ">")
                 break;
             if (line.keyword == "store")
@@ -134,11 +138,12 @@ class Player {
             return start_engine();
         e2e::DaemonOptions options;
         options.store = store_;
-        if (plugin_) {
+        if (!plugin_.empty()) {
             options.plugin_dir = dir_.file("plugins");
             std::filesystem::create_directory(options.plugin_dir);
-            std::filesystem::copy_file(KERV_TEST_CGDCONT_PATH,
-                                       options.plugin_dir + "/libcgdcont.so");
+            std::filesystem::copy_file(plugin_,
+                                       options.plugin_dir + "/" +
+                                           std::filesystem::path(plugin_).filename().string());
         }
         if (mode_ == Mode::pty) {
             pty_ = std::make_unique<e2e::Pty>();
@@ -159,8 +164,8 @@ class Player {
     void start_engine() {
         ASSERT_EQ(rmmi_init(), KAL_TRUE);
         reset_validators();
-        if (plugin_) {
-            std::string path = KERV_TEST_CGDCONT_PATH;
+        if (!plugin_.empty()) {
+            std::string path = plugin_;
             setenv("KERVD_PLUGIN_DIR", dirname(path.data()), 1);
             ASSERT_EQ(config_libdir(), KAL_TRUE);
         }
@@ -188,15 +193,15 @@ class Player {
             send(bytes);
         } else if (line.keyword == "modem") {
             set_modem(line.rest);
-        } else if (line.keyword == "urc") {
-            ASSERT_NE(mode_, Mode::engine) << "urc needs the daemon: add 'only tcp pty'";
-            ASSERT_TRUE(e2e::eventually([&] { return e2e::udp_bound(daemon_->urc_port()); }));
-            e2e::send_urc(daemon_->urc_port(), bytes);
+        } else if (kDaemonSteps.find(" " + line.keyword + " ") != std::string::npos) {
+            ASSERT_NE(mode_, Mode::engine) << line.keyword << " needs the daemon: 'only tcp pty'";
+            daemon_step(line.keyword, line.rest);
         } else if (line.keyword == "pause") {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::stol(line.rest)));
-        } else if (line.keyword == "reconnect") {
+        } else if (line.keyword == "hangup" || line.keyword == "reconnect") {
             host_.reset();
-            host_.emplace(daemon_->tcp_port());
+            if (line.keyword == "reconnect")
+                host_.emplace(daemon_->tcp_port());
         } else if (line.keyword == "eof") {
             shutdown(host_->fd(), SHUT_WR);
         } else if (line.keyword == "store" && started_sending_) {
@@ -211,6 +216,51 @@ class Player {
             EXPECT_EQ(hash(bytes_of(line.rest.substr(0, arrow))), after_arrow(line.rest, arrow));
         } else if (line.keyword != "store" && line.keyword != "plugin" && line.keyword != "only") {
             ADD_FAILURE() << "unknown transcript line: " << line.keyword;
+        }
+    }
+
+    /* The steps that talk to kervd from outside the host's channel. */
+    static constexpr std::string_view kDaemonSteps = " urc kervctl control log signal end ";
+
+    void daemon_step(const std::string &keyword, const std::string &rest) {
+        const size_t arrow = rest.find(" =>");
+        const std::string before = bytes_of(rest.substr(0, arrow));
+        if (keyword == "urc") {
+            ASSERT_TRUE(e2e::eventually([&] { return e2e::udp_bound(daemon_->urc_port()); }));
+            char loopback[32]; /* the receiver is bound to 127.0.0.1 only */
+            snprintf(loopback, sizeof(loopback), "0100007F:%04X", daemon_->urc_port());
+            EXPECT_NE(e2e::read_file("/proc/net/udp").find(loopback), std::string::npos);
+            e2e::send_urc(daemon_->urc_port(), before);
+        } else if (keyword == "kervctl") {
+            /* kervctl ARGS... => STATUS [STDOUT] */
+            ASSERT_NE(arrow, std::string::npos) << "kervctl ARGS => STATUS [STDOUT]";
+            std::vector<std::string> args;
+            std::istringstream words(rest.substr(0, arrow));
+            for (std::string word; words >> word;)
+                args.push_back(bytes_of(word));
+            const std::string expected = after_arrow(rest, arrow);
+            const size_t blank = expected.find(' ');
+            const e2e::ToolRun run =
+                e2e::run_tool(dir_, KERV_TEST_KERVCTL_PATH, args, daemon_->client_settings());
+            EXPECT_EQ(std::to_string(run.status), expected.substr(0, blank)) << run.err;
+            EXPECT_EQ(escape(run.out),
+                      escape(blank == std::string::npos ? "" : expected.substr(blank + 1)));
+        } else if (keyword == "control") {
+            ASSERT_NE(arrow, std::string::npos) << "control BYTES => REPLY";
+            EXPECT_EQ(escape(e2e::control_exchange(daemon_->socket_path(), before)),
+                      escape(after_arrow(rest, arrow)));
+        } else if (keyword == "log") {
+            /* log N TEXT: the daemon's output holds TEXT N times */
+            const size_t blank = rest.find(' ');
+            const size_t times = std::stoul(rest.substr(0, blank));
+            const std::string text = bytes_of(rest.substr(blank + 1));
+            e2e::eventually([&] { return e2e::count_of(daemon_->output(), text) == times; });
+            EXPECT_EQ(e2e::count_of(daemon_->output(), text), times) << daemon_->output();
+        } else if (keyword == "signal") {
+            ASSERT_EQ(rest, "USR1");
+            kill(daemon_->pid(), SIGUSR1);
+        } else {
+            daemon_->stop();
         }
     }
 
@@ -310,7 +360,7 @@ class Player {
     std::string file_;
     Mode mode_;
     e2e::Settings store_;
-    bool plugin_ = false;
+    std::string plugin_; /* the plug-in to load, if any */
     bool started_sending_ = false;
     modemd_stub::Stub modem_;
     modemd_stub::Reply reply_ = modemd_stub::Reply::text;

@@ -43,12 +43,6 @@ class EngineTest : public ::testing::Test {
         return bytes;
     }
     rmmi_context_struct *context() { return rmmi_get_context_ptr(); }
-    /* After every line, nothing of it may be left for the next one. */
-    void expect_line_flags_clear() {
-        EXPECT_EQ(context()->is_multi_cmd & 1, 0);
-        EXPECT_EQ(context()->multi_cmd_error & 1, 0);
-        EXPECT_EQ(context()->rsp_mode.ext_result_code, 1);
-    }
 
     int host_[2] = {-1, -1};
 };

@@ -88,16 +88,6 @@ TEST_F(Loader, LibrariesAreOpenedByTheNameBetweenPrefixAndSoAndOthersRefusedSafe
         EXPECT_EQ(lookup(name), nullptr) << name;
 }
 
-TEST_F(Loader, ThreePluginsAreAllOpenedButOnlyTwoGroupsRegistered) {
-    for (const char *name : {"libalpha.so", "libbeta.so", "libgamma.so"})
-        add_plugin(name, name);
-    EXPECT_EQ(config_libdir(), KAL_TRUE);
-    int registered = 0;
-    for (const char *name : {"+alpha", "+beta", "+gamma"})
-        registered += lookup(name) != nullptr;
-    EXPECT_EQ(registered, 2);
-}
-
 TEST_F(Loader, DirectoryThatCannotBeOpenedLeavesNoTable) {
     add_plugin("libalpha.so", "libalpha.so");
     ASSERT_EQ(config_libdir(), KAL_TRUE);

@@ -1,3 +1,5 @@
+/* The formatter and the result codes in the modes a host cannot switch; what a line
+   answers is in the transcripts. */
 #include "response_format.h"
 
 #include "engine_support.h"
@@ -73,32 +75,6 @@ TEST_F(ResultCodes, FormAndErrorReportModeDecideTheBytes) {
         EXPECT_EQ(result(c.rsp_type, c.cause), c.bytes)
             << int(c.mode) << "/" << int(c.format) << "/" << int(c.rsp_type) << "/" << c.cause;
     }
-}
-
-TEST_F(ResultCodes, MultiCommandLinesAndTheFinalResponse) {
-    context()->is_multi_cmd = 0xF1; /* only bit 0 counts */
-    EXPECT_EQ(result(RMMI_RCODE_OK, 1000), "");
-    EXPECT_EQ(context()->multi_cmd_error & 1, 0);
-    EXPECT_EQ(result(RMMI_RCODE_ERROR, 603), "\r\nERROR\r\n");
-    EXPECT_EQ(context()->multi_cmd_error & 1, 1);
-    context()->is_multi_cmd = 0;
-    context()->error_report_mode = RMMI_NUMERIC_ERROR;
-    EXPECT_EQ(result(RMMI_RCODE_ERROR, 603), "\r\n+CME ERROR: 603\r\n");
-    rmmi_final_rsp_generator(KAL_FALSE, nullptr, 0);
-    EXPECT_EQ(host_bytes(), "\r\n+CME ERROR: 603\r\n");
-    rmmi_final_rsp_generator(KAL_TRUE, reinterpret_cast<const kal_uint8 *>("abc"), 3);
-    EXPECT_EQ(host_bytes(), "abc\r\nOK\r\n");
-}
-
-TEST_F(ResultCodes, ResponseCarriesTheEchoInOneBlockCutAt1022Bytes) {
-    context()->fd = host_[0];
-    rmmi_rsp_generator(reinterpret_cast<const kal_uint8 *>("AT+CSQ\r"),
-                       reinterpret_cast<const kal_uint8 *>("\r\nOK\r\n"), 6);
-    EXPECT_EQ(host_bytes(), "AT+CSQ\r\r\nOK\r\n");
-    const std::string long_cmd(1000, 'C'), long_rsp(1000, 'R');
-    rmmi_rsp_generator(reinterpret_cast<const kal_uint8 *>(long_cmd.c_str()),
-                       reinterpret_cast<const kal_uint8 *>(long_rsp.c_str()), 1000);
-    EXPECT_EQ(host_bytes(), long_cmd + std::string(22, 'R'));
 }
 
 } // namespace
