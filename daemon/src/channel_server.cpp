@@ -181,9 +181,10 @@ void set_host_options(int host_fd) {
        host that reads nothing, and answers would pile up there unseen by the stall rule. */
     const int send_buffer = kHostSendBuffer;
     setsockopt(host_fd, SOL_SOCKET, SO_SNDBUF, &send_buffer, sizeof(send_buffer));
-    /* Output the host does not even acknowledge for twice the stall time ends the
-       connection in the kernel (the stall rule normally ends it first). */
-    const unsigned int unacknowledged_ms = 2u * static_cast<unsigned int>(stall_ms);
+    /* A host that vanished with a little output pending (too little for the stall rule)
+       would hold the channel for the kernel's quarter of an hour of retransmissions: output
+       unacknowledged for a minute ends the connection, as keepalive does for an idle one. */
+    const unsigned int unacknowledged_ms = 60 * 1000;
     setsockopt(host_fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledged_ms,
                sizeof(unacknowledged_ms));
 }

@@ -130,6 +130,8 @@ TEST_F(Availability, HostThatSendsSlowlyAndNeverReadsIsCutOff) {
             break;
     }
     EXPECT_TRUE(connection_ends(host.fd()));
+    expect_served(daemon->tcp_port());
+    EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_RELOAD), "RELOAD...");
 }
 
 TEST_F(Availability, OnlyTheModemDaemonsOwnDatagramIsTheAnswer) {

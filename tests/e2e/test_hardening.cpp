@@ -85,49 +85,6 @@ struct Hardening : testing::Test {
     std::unique_ptr<Daemon> daemon;
 };
 
-/* Reads until expected has come whole; URCs of an earlier flood may come around it. */
-std::string read_through(Host &host, const std::string &expected) {
-    std::string got;
-    char buf[4096];
-    pollfd watched = {host.fd(), POLLIN, 0};
-    while (got.find(expected) == std::string::npos &&
-           poll(&watched, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count())) > 0) {
-        const ssize_t n = read(host.fd(), buf, sizeof(buf));
-        if (n <= 0)
-            break;
-        got.append(buf, static_cast<size_t>(n));
-    }
-    return got.find(expected) != std::string::npos ? expected : got;
-}
-
-TEST_F(Hardening, HostThatStopsReadingIsCutOffAndOthersAreServedAgain) {
-    ScopedSetting stall("KERVD_HOST_STALL_MS", "1000");
-    start();
-    auto stalled = answered_host();
-    /* URCs keep the worker writing to a host that reads nothing, until it is cut off. The
-       host sends nothing itself: a host that also sends while its own receive window is
-       shut can leave both ends' TCP probing each other with back-off for minutes, with
-       the daemon's writes long done. */
-    const std::string urc = "\r\n+FLOOD: " + std::string(1000, 'x') + "\r\n";
-    std::atomic<bool> flooding{true};
-    std::thread flood_urcs([&] {
-        while (flooding)
-            send_urc(daemon->urc_port(), urc);
-    });
-    EXPECT_TRUE(eventually([&] { return daemon->output().find("cut off") != std::string::npos; },
-                           6 * kPatience));
-    flooding = false;
-    flood_urcs.join();
-    Host next(daemon->tcp_port());
-    next.send("ATE1\r");
-    EXPECT_EQ(read_through(next, kEchoOn), kEchoOn);
-    EXPECT_STREQ(app(KERV_REQUEST_CMD_RELOAD).arg[0], "RELOAD...");
-    send_urc(daemon->urc_port(), "\r\nRING\r\n");
-    EXPECT_EQ(read_through(next, "\r\nRING\r\n"), "\r\nRING\r\n");
-    /* The stalled host's connection was ended. */
-    EXPECT_NE(read_to_end(stalled->fd(), kPatience), "<open>");
-}
-
 /* STOP cuts off a host whose worker waits for room to write; the stall rule would only
    do so long after the test's deadline. */
 TEST_F(Hardening, StopCutsOffAHostThatStoppedReading) {
