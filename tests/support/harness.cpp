@@ -26,10 +26,6 @@ extern char **environ;
 
 namespace e2e {
 
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
 sockaddr_in loopback(unsigned int port) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -37,6 +33,10 @@ sockaddr_in loopback(unsigned int port) {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     return address;
 }
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
 
 /* Runs op on a fresh socket of type and the address 127.0.0.1:port; op's result. */
 template <typename Op> bool on_loopback(int type, unsigned int port, Op op) {

@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <netinet/in.h>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -163,6 +164,7 @@ class Host {
     bool owned_ = true;
 };
 
+sockaddr_in loopback(unsigned int port);
 /* True when a TCP connection to 127.0.0.1:port is accepted (one try). */
 bool tcp_accepts(unsigned int port);
 /* True when a UDP socket holds the port. */
