@@ -1,14 +1,15 @@
 # The one way the scripts start kervd and modemd-sim (make run, the load benchmark, the
 # host-program tests): everything in a run directory, the modem-daemon stand-in on a fresh
 # port, the daemon with development paths, and every process started ended by its pid.
-# Sourced; kerv_build (the build directory) must be set first.
+# Sourced, after setting kerv_build (the build directory) or the programs' paths themselves
+# (kerv_kervd, kerv_modemd_sim).
 #
 # An instance directory DIR holds one daemon's store (sncfg.conf), control socket
 # (kerv.socket), pid file (kerv.pid), plug-in directory (plugins/), serial device (ttyGS0)
 # and output (kervd.log). The functions return non-zero on failure; the caller says why.
 
-kerv_kervd=$kerv_build/daemon/kervd
-kerv_modemd_sim=$kerv_build/tools/modemd-sim/modemd-sim
+: "${kerv_kervd:=$kerv_build/daemon/kervd}"
+: "${kerv_modemd_sim:=$kerv_build/tools/modemd-sim/modemd-sim}"
 kerv_pids=()   # every process started, in order; kervd is not this shell's child
 kerv_temp_dir= # removed by kerv_cleanup
 [ -v pin ] || pin=() # a prefix for every program started, e.g. (taskset -c 0)
