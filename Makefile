@@ -99,10 +99,11 @@ fuzz:
 	FUZZ_SECONDS=$(FUZZ_SECONDS) fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_TARGETS)
 
 # The real kervd for SOAK_SECONDS (default 180) under churn, floods, stalls, garbage and a
-# faulty modem daemon; fails on a crash, a lost or misplaced answer, or growth.
+# faulty modem daemon; fails on a crash, a lost or misplaced answer, or growth (and then
+# keeps its folder under /tmp and names it).
 SOAK_SECONDS ?= 180
 soak: build
-	SOAK_SECONDS=$(SOAK_SECONDS) bench/soak/run.sh $(BUILD)
+	$(BUILD)/bench/soak/kerv_soak $(SOAK_SECONDS)
 
 bench-load: ; BUILD=$(abspath $(BUILD)) bench/load/run.sh
 

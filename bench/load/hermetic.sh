@@ -1,13 +1,15 @@
 # Sourced by the scripts of the load benchmark (run.sh, syscalls.sh): builds what they need,
-# and starts kervd, modemd-sim, the baseline servers and the ptys of the serial channel
-# hermetically: one temp dir per run holding every store file, control socket, pid file,
-# plug-in directory, pty link and log; fresh ports. Every process started is stopped by its
-# pid when the script exits, also on Ctrl-C.
+# and starts kervd and modemd-sim (through tools/run/kerv-hermetic.sh), the baseline servers
+# and the ptys of the serial channel hermetically: one temp dir per run holding every store
+# file, control socket, pid file, plug-in directory, pty link and log; fresh ports. Every
+# process started is stopped by its pid when the script exits, also on Ctrl-C.
 #
 # Environment: BUILD (build directory, default build/).
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 build=${BUILD:-$root/build}
+kerv_build=$build
+source "$root/tools/run/kerv-hermetic.sh"
 
 if [ ! -f "$build/CMakeCache.txt" ]; then
   cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
@@ -20,40 +22,22 @@ client=$build/bench/load/kerv-load-client
 echo_server=$build/bench/load/kerv-load-echo
 relay_server=$build/bench/load/kerv-load-relay
 pty_holder=$build/bench/load/kerv-load-pty
-kervd=$build/daemon/kervd
-modemd_sim=$build/tools/modemd-sim/modemd-sim
 example_plugin=$build/plugins/libcgdcont.so
 
-work=$(mktemp -d /tmp/kerv-load.XXXXXX)
-child_pids=()
+kerv_run_dir
+work=$kerv_dir
 declare -A kervd_pid=() # kervd instance name -> pid (kervd forks away from this shell)
 declare -A server_pid=() # every server (kervd, baselines, modemd-sim) by name
 # How the load client reaches each server: "--port N" or "--pty SOCKPATH".
 declare -A target=()
 pin=() # command prefix of every process started: (taskset -c 0) for the pinned runs
 
-# The daemons go first, while their pty and modemd-sim are still there.
 stop_all() {
-  local pid name
-  for name in "${!kervd_pid[@]}"; do
-    pid=${kervd_pid[$name]}
-    kill "$pid" 2>/dev/null || true
-    for _ in $(seq 100); do
-      [ -d "/proc/$pid" ] || break
-      sleep 0.05
-    done
-    kill -KILL "$pid" 2>/dev/null || true
-  done
+  kerv_stop_all
   kervd_pid=()
   server_pid=()
-  for pid in "${child_pids[@]}"; do
-    kill "$pid" 2>/dev/null || true
-    wait "$pid" 2>/dev/null || true
-  done
-  child_pids=()
   target=()
 }
-trap 'stop_all; rm -rf "$work"' EXIT
 trap 'exit 130' INT TERM
 
 die() {
@@ -78,7 +62,7 @@ start_port_server() {
   local name=$1 port
   shift
   "${pin[@]}" "$@" >"$work/$name.log" 2>&1 &
-  child_pids+=($!)
+  kerv_pids+=($!)
   server_pid[$name]=$!
   port=$(first_line_of "$work/$name.log")
   target[$name]="--port ${port##*[!0-9]}"
@@ -89,7 +73,7 @@ start_port_server() {
 start_pty() {
   local name=$1
   "${pin[@]}" "$pty_holder" "$work/$name.tty" "$work/$name.sock" >"$work/$name-pty.log" 2>&1 &
-  child_pids+=($!)
+  kerv_pids+=($!)
   first_line_of "$work/$name-pty.log" >/dev/null
   [ -L "$work/$name.tty" ] || die "no pty link $work/$name.tty"
   target[$name]="--pty $work/$name.sock"
@@ -101,13 +85,12 @@ start_serial_server() {
   shift
   start_pty "$name"
   "${pin[@]}" "$@" --serial "$work/$name.tty" >"$work/$name.log" 2>&1 &
-  child_pids+=($!)
+  kerv_pids+=($!)
   server_pid[$name]=$!
 }
 
 start_modemd() {
-  start_port_server modemd "$modemd_sim" --port 0
-  modemd_port=${target[modemd]#--port }
+  kerv_start_modemd_sim || die "modemd-sim did not start (see $work/modemd-sim.log)"
 }
 
 # has_open PID PATH: whether the process holds PATH open.
@@ -124,35 +107,21 @@ has_open() {
 # Each instance runs its own copy of the program and the plug-in, as the one daemon on a
 # board does: pages of a file that two instances map would count as shared, not private.
 start_kervd() {
-  local name=$1 channel=$2 kerv_port urc_port listen_type=0 pid= device
+  local name=$1 channel=$2 kerv_port urc_port listen_type=0 pid device dir=$work/$1
   kerv_port=$("$client" --pick-port tcp)
   urc_port=$("$client" --pick-port udp)
-  cp "$kervd" "$work/$name"
-  mkdir -p "$work/$name-plugins"
-  [ -f "$example_plugin" ] && cp "$example_plugin" "$work/$name-plugins/"
   if [ "$channel" = serial ]; then
     listen_type=1
     start_pty "$name"
   fi
-  cat >"$work/$name.conf" <<EOF
-KERV_LISTEN_PORT=$kerv_port
-KERV_LISTEN_TYPE=$listen_type
-KERV_DEBUG=1
-KERV_URC_LISTEN_ENABLE=1
-KERV_URC_LISTEN_PORT=$urc_port
-KERV_MODEMD_TARGET_TYPE=LTE
-KERV_AT_RESULT_FORMAT=1
-EOF
-  SNCFG_FILE=$work/$name.conf KERVD_CONTROL_SOCKET=$work/$name.socket \
-    KERVD_PID_FILE=$work/$name.pid KERVD_PLUGIN_DIR=$work/$name-plugins \
-    KERVD_SERIAL_DEVICE=$work/$name.tty KERVD_MODEMD_PORT=$modemd_port \
-    "${pin[@]}" "$work/$name" >"$work/$name.log" 2>&1 || die "kervd did not start (see $work/$name.log)"
-  for _ in $(seq 100); do
-    pid=$(cat "$work/$name.pid" 2>/dev/null || true)
-    [ -n "$pid" ] && break
-    sleep 0.05
-  done
-  [ -n "$pid" ] || die "kervd wrote no pid file"
+  kerv_store "$dir" KERV_LISTEN_PORT="$kerv_port" KERV_LISTEN_TYPE=$listen_type KERV_DEBUG=1 \
+    KERV_URC_LISTEN_ENABLE=1 KERV_URC_LISTEN_PORT="$urc_port" KERV_MODEMD_TARGET_TYPE=LTE \
+    KERV_AT_RESULT_FORMAT=1
+  ln -sf "$work/$name.tty" "$dir/ttyGS0"
+  cp "$kerv_kervd" "$dir/kervd"
+  [ -f "$example_plugin" ] && cp "$example_plugin" "$dir/plugins/"
+  kerv_start_kervd "$dir" "$dir/kervd" || die "kervd did not start (see $dir/kervd.log)"
+  pid=$kervd_started
   kervd_pid[$name]=$pid
   server_pid[$name]=$pid
   # Idle means every thread has started (main, channel server, worker, URC receiver), and
@@ -167,7 +136,7 @@ EOF
       has_open "$pid" "$device" && break
       sleep 0.05
     done
-    has_open "$pid" "$device" || die "kervd did not open $device (see $work/$name.log)"
+    has_open "$pid" "$device" || die "kervd did not open $device (see $dir/kervd.log)"
   else
     target[$name]="--port $kerv_port"
   fi

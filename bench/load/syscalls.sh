@@ -44,7 +44,7 @@ count_case() {
   local counts=$work/strace-$channel-$kind.txt
   strace -c -f -qq -o "$counts" -p "$pid" &
   tracer=$!
-  child_pids+=($tracer)
+  kerv_pids+=($tracer)
   for _ in $(seq 100); do
     traced_by "$pid" "$tracer" && break
     sleep 0.05
@@ -57,7 +57,7 @@ count_case() {
   answers=${answers%% *}
   kill -INT "$tracer"
   wait "$tracer" || true
-  unset 'child_pids[-1]' # the tracer, started last: its pid is no longer ours to stop
+  unset 'kerv_pids[-1]' # the tracer, started last: its pid is no longer ours to stop
   # strace -c: "% time, seconds, usecs/call, calls, [errors], syscall"; errors may be blank.
   awk -v column="$channel $kind" -v answers="$answers" '
     $1 ~ /^[0-9.]+$/ && $NF != "total" {

@@ -5,14 +5,15 @@
  * plug-in directory in one folder; modemd-sim as the modem daemon); then a STOP with lines
  * queued, serial hang-ups, and a SIGTERM with a full standard output. Every answer is
  * checked byte for byte at its place in the host's stream; the daemon's descriptors, memory
- * and idle CPU are taken before and after.
+ * and idle CPU are taken before and after. The daemons start through the tests' harness; a
+ * failed run keeps their folders and names them.
  *
- *   kerv_soak <kervd> <modemd-sim> <folder> <seconds>     exit status 0: every check held
+ *   kerv_soak <seconds>     exit status 0: every check held
  */
+#include "harness.h"
 #include "kerv_md_request.h"
 #include "request.h"
 
-#include <arpa/inet.h>
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -21,10 +22,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
-#include <fcntl.h>
 #include <fstream>
-#include <functional>
-#include <netinet/tcp.h>
+#include <fcntl.h>
 #include <iterator>
 #include <netinet/in.h>
 #include <poll.h>
@@ -35,7 +34,6 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -50,7 +48,7 @@ using namespace std::chrono_literals;
 constexpr int kModemWaitMs = 20;  /* one of the relay's 60 waits for the modem */
 constexpr int kHostStallMs = 500; /* a host that stops reading is let go after this */
 constexpr int kControlTimeoutMs = 300;
-constexpr auto kPatience = 10s; /* for anything the daemon should do promptly */
+using e2e::kPatience; /* for anything the daemon should do promptly */
 constexpr char kError[] = "\r\nERROR\r\n";
 constexpr char kUrcHead[] = "\r\n+URC: ";
 constexpr int kNumbered = 64; /* AT+SOAK=<n> for n below this has an answer of its own */
@@ -72,21 +70,6 @@ bool phase_goes_on(Clock::time_point until) {
 
 long long ms_since(Clock::time_point begun) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begun).count();
-}
-
-bool eventually(const std::function<bool()> &holds) {
-    const auto deadline = Clock::now() + kPatience;
-    while (!holds()) {
-        if (Clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
-
-std::string read_file(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
 std::string printable(const std::string &bytes) {
@@ -113,56 +96,16 @@ const std::string kBigAnswer = "\r\n+BIG: " + std::string(960, 'x') + "\r\n\r\nO
 
 /* ---- Sockets --------------------------------------------------------------------------- */
 
-sockaddr_in loopback(unsigned port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-bool port_free(unsigned port, int type) {
-    const int fd = socket(AF_INET, type, 0);
-    const sockaddr_in address = loopback(port);
-    const bool free = bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
-    close(fd);
-    return free;
-}
-
-/* Below the kernel's ephemeral range, so no socket of the daemon's own can take it first. */
-unsigned free_port(int type) {
-    unsigned port = 0;
-    while (port == 0 || !port_free(port, type))
-        port = 10000 + rng() % 20000;
-    return port;
-}
-
 int tcp_connect(unsigned port, int rcvbuf = 0) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (rcvbuf > 0)
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &rcvbuf, sizeof(rcvbuf));
-    const sockaddr_in address = loopback(port);
+    const sockaddr_in address = e2e::loopback(port);
     if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
         close(fd);
         return -1;
     }
     return fd;
-}
-
-void send_all(int fd, const std::string &bytes) {
-    for (size_t sent = 0; sent < bytes.size();) {
-        const ssize_t n = send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0)
-            return;
-        sent += static_cast<size_t>(n);
-    }
-}
-
-void send_datagram(unsigned port, const std::string &bytes) {
-    static const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = loopback(port);
-    sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&address),
-           sizeof(address));
 }
 
 /* Appends what arrives on fd before the deadline; false at the deadline or the stream's end. */
@@ -198,113 +141,64 @@ constexpr ModemFault kModemFaults[] = {
     {"AT+JUNK", "@raw \\x01\\x02\\x03", kError},
 };
 
-std::string rules_escape(const std::string &bytes) {
-    std::string out;
-    for (char c : bytes)
-        out += c == '\r' ? "\\r" : c == '\n' ? "\\n" : c == '\\' ? "\\\\" : std::string(1, c);
-    return out;
+/* The rules file of modemd-sim: a numbered answer for each AT+SOAK=<n>, AT+BIG and the
+   faults. */
+void write_rules(const std::string &path) {
+    std::string rules;
+    for (int n = 0; n < kNumbered; ++n)
+        rules +=
+            "AT+SOAK=" + std::to_string(n) + " => " + modemd_stub::escape(soak_answer(n)) + "\n";
+    rules += "AT+BIG => " + modemd_stub::escape(kBigAnswer) + "\n";
+    for (const ModemFault &fault : kModemFaults)
+        rules += std::string(fault.command) + " => " + fault.rule + "\n";
+    e2e::write_file(path, rules);
 }
 
-/* ---- The two programs ------------------------------------------------------------------ */
+/* ---- The daemons ------------------------------------------------------------------------- */
 
 struct Setup {
-    std::string kervd, modemd_sim, dir;
-    unsigned tcp_port = 0, urc_port = 0, modem_port = 0;
-    pid_t sim = -1, daemon = -1;
-    bool serial = false; /* the channel on the serial device (a link in dir), reopened */
+    e2e::TempDir &dir; /* modemd-sim's output in modemd-sim.out: one line per request */
+    unsigned short modem_port;
+    e2e::Daemon &daemon;
 };
 
-pid_t spawn(const std::vector<std::string> &args, const std::vector<std::string> &env,
-            const std::string &out_path) {
-    const pid_t pid = fork();
-    if (pid != 0)
-        return pid;
-    const int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    dup2(out, STDOUT_FILENO);
-    dup2(out, STDERR_FILENO);
-    for (const std::string &setting : env)
-        putenv(strdup(setting.c_str()));
-    std::vector<char *> argv;
-    for (const std::string &arg : args)
-        argv.push_back(const_cast<char *>(arg.c_str()));
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
-    _exit(127);
+/* The store of a soak daemon: diagnostics at level 0 unless asked (at the default level a
+   soak writes hundreds of megabytes), URCs on, optionally the serial channel, reopened. */
+e2e::DaemonOptions soak_options(int debug_level, const std::string &serial_device = "") {
+    e2e::DaemonOptions options;
+    options.store = {{"KERV_DEBUG", std::to_string(debug_level)}, {"KERV_URC_LISTEN_ENABLE", "1"}};
+    if (!serial_device.empty()) {
+        options.store.insert({{"KERV_LISTEN_TYPE", "1"}, {"KERV_SERIAL_REOPEN", "1"}});
+        options.serial_device = serial_device;
+    }
+    return options;
 }
 
-bool start_modemd_sim(Setup &s) {
-    std::ofstream rules(s.dir + "/rules");
-    for (int n = 0; n < kNumbered; ++n)
-        rules << "AT+SOAK=" << n << " => " << rules_escape(soak_answer(n)) << "\n";
-    rules << "AT+BIG => " << rules_escape(kBigAnswer) << "\n";
-    for (const ModemFault &fault : kModemFaults)
-        rules << fault.command << " => " << fault.rule << "\n";
-    rules.close();
-    const std::string log = s.dir + "/modemd-sim.out";
-    s.sim = spawn({s.modemd_sim, "--port", "0", "--rules", s.dir + "/rules"}, {}, log);
-    return eventually([&] {
-        const size_t at = read_file(log).find("listening on 127.0.0.1:");
-        s.modem_port = at == std::string::npos ? 0 : atoi(read_file(log).c_str() + at + 23);
-        return s.modem_port != 0;
-    });
-}
-
-/* Diagnostics at level 0 unless asked: at the default level a soak writes hundreds of
-   megabytes. */
-bool start_kervd(Setup &s, int debug_level = 0) {
-    s.tcp_port = free_port(SOCK_STREAM);
-    s.urc_port = free_port(SOCK_DGRAM);
-    std::ofstream(s.dir + "/sncfg.conf")
-        << "KERV_DEBUG=" << debug_level << "\nKERV_LISTEN_PORT=" << s.tcp_port
-        << "\nKERV_URC_LISTEN_ENABLE=1\n"
-        << "KERV_URC_LISTEN_PORT=" << s.urc_port << "\n"
-        << (s.serial ? "KERV_LISTEN_TYPE=1\nKERV_SERIAL_REOPEN=1\n" : "");
-    mkdir((s.dir + "/plugins").c_str(), 0755);
-    const pid_t launcher = spawn(
-        {s.kervd},
-        {"SNCFG_FILE=" + s.dir + "/sncfg.conf", "KERVD_CONTROL_SOCKET=" + s.dir + "/kerv.socket",
-         "KERVD_PID_FILE=" + s.dir + "/kerv.pid", "KERVD_PLUGIN_DIR=" + s.dir + "/plugins",
-         "KERVD_SERIAL_DEVICE=" + s.dir + "/ttyGS0",
-         "KERVD_MODEMD_PORT=" + std::to_string(s.modem_port),
-         "KERVD_MODEMD_WAIT_MS=" + std::to_string(kModemWaitMs),
-         "KERVD_HOST_STALL_MS=" + std::to_string(kHostStallMs),
-         "KERVD_CONTROL_TIMEOUT_MS=" + std::to_string(kControlTimeoutMs)},
-        s.dir + "/kervd.out");
-    int status = 0;
-    waitpid(launcher, &status, 0);
-    /* The daemon forked away from its launcher; as subreaper this process is its parent. */
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0 && eventually([&] {
-               s.daemon = static_cast<pid_t>(atoi(read_file(s.dir + "/kerv.pid").c_str()));
-               return s.daemon > 0 && kill(s.daemon, 0) == 0;
-           }) &&
-           eventually([&] {
-               const int fd = s.serial ? 0 : tcp_connect(s.tcp_port);
-               if (!s.serial)
-                   close(fd);
-               return fd >= 0 && !port_free(s.urc_port, SOCK_DGRAM);
+/* Starts daemon and waits until it takes URCs and, on TCP, hosts. */
+bool start_kervd(e2e::Daemon &daemon, bool serial = false) {
+    return daemon.start() && e2e::eventually([&] {
+               return (serial || e2e::tcp_accepts(daemon.tcp_port())) &&
+                      e2e::udp_bound(daemon.urc_port());
            });
 }
 
-bool daemon_alive(const Setup &s) {
-    siginfo_t info{};
-    return waitid(P_PID, static_cast<id_t>(s.daemon), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-           info.si_pid == 0;
+/* Ends the daemon by its pid: it must end by this SIGTERM, not before (the harness reports
+   that) and not otherwise (this process, their subreaper, reaps the daemons). */
+void stop_kervd(e2e::Daemon &daemon) {
+    const pid_t pid = daemon.pid();
+    daemon.stop();
+    int status = 0;
+    if (pid > 0 && waitpid(pid, &status, 0) == pid &&
+        !(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM))
+        fail("crash", "kervd ended with status " + std::to_string(status));
 }
 
-/* Ends both programs by their pids; the daemon must end by this SIGTERM and not before. */
-void stop_all(Setup &s) {
-    if (s.daemon > 0) {
-        const bool was_alive = daemon_alive(s);
-        kill(s.daemon, SIGTERM);
-        int status = 0;
-        waitpid(s.daemon, &status, 0);
-        if (!was_alive || !WIFSIGNALED(status) || WTERMSIG(status) != SIGTERM)
-            fail("crash", "kervd ended with status " + std::to_string(status) + ", see " + s.dir);
-    }
-    if (s.sim > 0) {
-        kill(s.sim, SIGTERM);
-        waitpid(s.sim, nullptr, 0);
-    }
+/* A failed run keeps the folder (the daemon's and modemd-sim's output) and names it. */
+void keep_if_failed(e2e::TempDir &dir, int failures_before) {
+    if (failures == failures_before)
+        return;
+    printf("its folder is kept: %s\n", dir.path.c_str());
+    dir.path.clear();
 }
 
 /* ---- What the daemon holds ------------------------------------------------------------- */
@@ -322,7 +216,7 @@ Usage usage_of(pid_t pid) {
             u.fds += entry->d_name[0] != '.';
         closedir(fds);
     }
-    std::istringstream status(read_file(proc + "/status"));
+    std::istringstream status(e2e::read_file(proc + "/status"));
     for (std::string line; std::getline(status, line);) {
         if (line.rfind("VmRSS:", 0) == 0)
             u.rss_kb = atol(line.c_str() + 6);
@@ -330,7 +224,7 @@ Usage usage_of(pid_t pid) {
             u.threads = atoi(line.c_str() + 8);
     }
     /* utime and stime are fields 14 and 15; the name before them may hold blanks. */
-    const std::string stat = read_file(proc + "/stat");
+    const std::string stat = e2e::read_file(proc + "/stat");
     std::istringstream fields(stat.substr(stat.rfind(')') + 2));
     std::string field;
     for (int i = 3; i <= 15 && fields >> field; ++i)
@@ -340,16 +234,16 @@ Usage usage_of(pid_t pid) {
 
 /* Usage once the descriptors hold still, and the CPU it takes over two idle seconds. */
 Usage settled_usage(const Setup &s, const char *when) {
-    Usage last = usage_of(s.daemon);
-    eventually([&] {
+    Usage last = usage_of(s.daemon.pid());
+    e2e::eventually([&] {
         std::this_thread::sleep_for(300ms);
         const int fds = last.fds;
-        last = usage_of(s.daemon);
+        last = usage_of(s.daemon.pid());
         return last.fds == fds;
     });
     const auto begun = Clock::now();
     std::this_thread::sleep_for(2s);
-    Usage now = usage_of(s.daemon);
+    Usage now = usage_of(s.daemon.pid());
     const double ticks = static_cast<double>(sysconf(_SC_CLK_TCK));
     const double idle = 100.0 * (now.cpu_ticks - last.cpu_ticks) / ticks / (ms_since(begun) / 1e3);
     printf("%-7s fds %3d  threads %2d  rss %6ld kB  cpu %7.2f s  idle cpu %5.2f %%\n", when,
@@ -378,6 +272,7 @@ struct Host {
     Host(const Host &) = delete;
     Host &operator=(const Host &) = delete;
 
+    void send(const std::string &bytes) { e2e::Host::on(fd).send(bytes); }
     void take_urcs() {
         size_t end;
         while (pending.rfind(kUrcHead, 0) == 0 &&
@@ -415,7 +310,7 @@ struct Host {
        strict sync also checks that nothing comes before the answers to these lines. */
     bool sync(bool strict = false) {
         const int n = static_cast<int>(rng() % kNumbered);
-        send_all(fd, "\r\nATE0\rATV1\rAT+SOAK=" + std::to_string(n) + "\r");
+        send("\r\nATE0\rATV1\rAT+SOAK=" + std::to_string(n) + "\r");
         if (!strict)
             return skip_through(soak_answer(n));
         std::string why;
@@ -432,7 +327,7 @@ struct Host {
             numbers.push_back(static_cast<int>(rng() % kNumbered));
             lines += "AT+SOAK=" + std::to_string(numbers.back()) + "\r";
         }
-        send_all(fd, lines);
+        send(lines);
         std::string why;
         for (int n : numbers)
             if (!expect(soak_answer(n), &why)) {
@@ -445,7 +340,7 @@ struct Host {
 
 /* A new host must be served: connected, synced, a command answered. */
 bool served(const Setup &s, const std::string &check) {
-    Host host(s.tcp_port);
+    Host host(s.daemon.tcp_port());
     if (host.fd < 0 || !host.sync()) {
         fail(check, "a new host was not served; it got [" + printable(host.pending) + "]");
         return false;
@@ -453,26 +348,20 @@ bool served(const Setup &s, const std::string &check) {
     return host.run_commands(check, 1);
 }
 
-/* Sends bytes on a control connection; all the daemon wrote back before it closed. */
-std::string control_exchange(const std::string &bytes) {
-    const int fd = kerv_connect_request();
-    send_all(fd, bytes);
-    std::string reply;
-    const auto deadline = Clock::now() + kPatience;
-    while (read_more(fd, &reply, deadline)) {
-    }
-    close(fd);
-    return reply;
+/* GEN_HASH of +CSQ on the control socket: the daemon's reply. */
+std::string gen_hash(const Setup &s) {
+    return e2e::control_exchange(
+        s.daemon.socket_path(),
+        e2e::packed_request(KERV_REQUEST_TYPE_APP, KERV_REQUEST_CMD_GEN_HASH, "+CSQ"));
 }
 
-std::string gen_hash_request() {
-    kervRequest_t request{};
-    request.magic = KERV_REQUEST_MAGIC;
-    request.type = KERV_REQUEST_TYPE_APP;
-    request.cmd = KERV_REQUEST_CMD_GEN_HASH;
-    request.arg[0] = const_cast<char *>("+CSQ");
-    return std::string(reinterpret_cast<const char *>(&request),
-                       static_cast<size_t>(kerv_pack_request(&request)));
+/* Garbage on a control connection that stays open: the daemon must end it itself (on a bad
+   record, or by its control time-out). */
+void control_garbage(const std::string &bytes) {
+    const int fd = kerv_connect_request();
+    e2e::Host::on(fd).send(bytes);
+    e2e::Host::on(fd).read_for(kPatience);
+    close(fd);
 }
 
 /* ---- The phases ---------------------------------------------------------------------------- */
@@ -481,11 +370,11 @@ std::string gen_hash_request() {
 void host_churn(Setup &s, Clock::time_point until) {
     int hosts = 0, left_early = 0;
     for (; phase_goes_on(until); ++hosts) {
-        Host host(s.tcp_port);
+        Host host(s.daemon.tcp_port());
         if (host.fd < 0 || !host.sync(true))
             return;
         if (rng() % 4 == 0 && ++left_early)
-            send_all(host.fd, "AT+SOAK=1\rAT+SOAK=2\rAT+SOAK=3\r"); /* and leave */
+            host.send("AT+SOAK=1\rAT+SOAK=2\rAT+SOAK=3\r"); /* and leave */
         else
             host.run_commands("host churn", 1 + static_cast<int>(rng() % 8));
     }
@@ -495,14 +384,14 @@ void host_churn(Setup &s, Clock::time_point until) {
 /* URCs as fast as they can be sent while a host runs commands: each must arrive whole and
    between answers. UDP may drop some under the flood; the count is reported. */
 void urc_flood(Setup &s, Clock::time_point until) {
-    Host host(s.tcp_port);
+    Host host(s.daemon.tcp_port());
     if (!host.sync())
         return fail("urc flood", "host not served");
     std::atomic<bool> done{false};
     long sent = 0;
     std::thread sender([&] {
         for (; !done; ++sent) {
-            send_datagram(s.urc_port, kUrcHead + std::to_string(sent) + "\r\n");
+            e2e::send_urc(s.daemon.urc_port(), kUrcHead + std::to_string(sent) + "\r\n");
             if (sent % 64 == 0)
                 std::this_thread::sleep_for(1ms);
         }
@@ -520,24 +409,25 @@ void urc_flood(Setup &s, Clock::time_point until) {
    connect and say nothing: the next host and control client get their exact answers, and
    a silent control client holds the others back no longer than the control time-out. */
 void garbage_and_silence(Setup &s, Clock::time_point until) {
-    const std::string hash_reply = control_exchange(gen_hash_request());
+    const std::string hash_reply = gen_hash(s);
     int rounds = 0;
     for (; phase_goes_on(until); ++rounds) {
         {
-            Host noisy(s.tcp_port);
-            send_all(noisy.fd, random_bytes(rng() % 3 == 0 ? 5000 : 300) + (rng() % 2 ? "\r" : ""));
+            Host noisy(s.daemon.tcp_port());
+            noisy.send(random_bytes(rng() % 3 == 0 ? 5000 : 300) + (rng() % 2 ? "\r" : ""));
             std::this_thread::sleep_for(std::chrono::milliseconds(rng() % 300));
         }
         /* With no host connected these are dropped; a host would get them as URCs. */
         for (int i = 0; i < 8; ++i)
-            send_datagram(s.urc_port, random_bytes(rng() % 8 == 0 ? 60000 : 1500));
+            e2e::send_urc(s.daemon.urc_port(), random_bytes(rng() % 8 == 0 ? 60000 : 1500));
         std::this_thread::sleep_for(100ms);
-        const std::string record = gen_hash_request();
-        control_exchange(rng() % 2 ? record.substr(0, rng() % record.size()) + random_bytes(200)
-                                   : random_bytes(3000));
+        const std::string record =
+            e2e::packed_request(KERV_REQUEST_TYPE_APP, KERV_REQUEST_CMD_GEN_HASH, "+CSQ");
+        control_garbage(rng() % 2 ? record.substr(0, rng() % record.size()) + random_bytes(200)
+                                  : random_bytes(3000));
         const int silent = kerv_connect_request();
         const auto begun = Clock::now();
-        const bool same = control_exchange(gen_hash_request()) == hash_reply;
+        const bool same = gen_hash(s) == hash_reply;
         if (!same || ms_since(begun) > kControlTimeoutMs + 1000)
             fail("control client behind a silent one [hardening]",
                  (same ? "answered after " : "answered wrongly after ") +
@@ -551,14 +441,14 @@ void garbage_and_silence(Setup &s, Clock::time_point until) {
 /* Each fault is followed by a numbered command whose answer must come whole, right after
    the fault's own: a late or second datagram never becomes the next command's answer. */
 void modem_faults(Setup &s, Clock::time_point until) {
-    Host host(s.tcp_port);
+    Host host(s.daemon.tcp_port());
     if (!host.sync())
         return fail("modem faults", "host not served");
     int faults = 0;
     for (; phase_goes_on(until); ++faults) {
         const ModemFault &fault = kModemFaults[rng() % std::size(kModemFaults)];
         const int n = static_cast<int>(rng() % kNumbered);
-        send_all(host.fd, std::string(fault.command) + "\rAT+SOAK=" + std::to_string(n) + "\r");
+        host.send(std::string(fault.command) + "\rAT+SOAK=" + std::to_string(n) + "\r");
         std::string why = "no answer";
         if (*fault.host_gets != '\0'
                 ? !host.expect(fault.host_gets, &why) || !host.expect(soak_answer(n), &why)
@@ -574,7 +464,7 @@ void stalled_host(Setup &s, Clock::time_point until) {
     int stalls = 0;
     long long longest_ms = 0;
     for (; phase_goes_on(until); ++stalls) {
-        Host stalled(s.tcp_port, 4096);
+        Host stalled(s.daemon.tcp_port(), 4096);
         if (!stalled.sync())
             return fail("stalled host", "host not served");
         fcntl(stalled.fd, F_SETFL, O_NONBLOCK);
@@ -593,22 +483,15 @@ void stalled_host(Setup &s, Clock::time_point until) {
 
 /* What the modem daemon logged from byte from on (one line per request it received). */
 std::string modem_log_since(const Setup &s, size_t from) {
-    std::ifstream log(s.dir + "/modemd-sim.out", std::ios::binary);
+    std::ifstream log(s.dir.file("modemd-sim.out"), std::ios::binary);
     log.seekg(static_cast<std::streamoff>(from));
     return std::string(std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>());
 }
 
 size_t modem_log_size(const Setup &s) {
     struct stat log {};
-    stat((s.dir + "/modemd-sim.out").c_str(), &log);
+    stat((s.dir.file("modemd-sim.out")).c_str(), &log);
     return static_cast<size_t>(log.st_size);
-}
-
-size_t count_of(const std::string &text, const std::string &what) {
-    size_t count = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
-        ++count;
-    return count;
 }
 
 /* A host whose 300 lines wait in the daemon while the first runs on the slow modem daemon;
@@ -618,8 +501,8 @@ size_t queue_slow_lines(const Setup &s, Host &host) {
     std::string lines;
     for (int i = 0; i < 300; ++i)
         lines += "AT+SLOW\r";
-    send_all(host.fd, lines);
-    eventually([&] { return modem_log_since(s, from).find("AT+SLOW") != std::string::npos; });
+    host.send(lines);
+    e2e::eventually([&] { return modem_log_since(s, from).find("AT+SLOW") != std::string::npos; });
     return modem_log_size(s);
 }
 
@@ -648,33 +531,20 @@ std::vector<std::string> socket_inodes(pid_t pid) {
 
 /* Local ports of the daemon's UDP sockets other than the URC port: its exchange sockets. */
 std::vector<unsigned> exchange_ports(const Setup &s) {
-    const std::vector<std::string> inodes = socket_inodes(s.daemon);
+    const std::vector<std::string> inodes = socket_inodes(s.daemon.pid());
     std::vector<unsigned> ports;
-    std::istringstream table(read_file("/proc/net/udp"));
+    std::istringstream table(e2e::read_file("/proc/net/udp"));
     std::string line, sl, local, remote, state, queues, timers, retransmits, uid, timeout, inode;
     std::getline(table, line);
     while (std::getline(table, line)) {
         std::istringstream(line) >> sl >> local >> remote >> state >> queues >> timers >>
             retransmits >> uid >> timeout >> inode;
         const unsigned port = static_cast<unsigned>(strtoul(local.c_str() + 9, nullptr, 16));
-        if (port != s.urc_port && std::find(inodes.begin(), inodes.end(), inode) != inodes.end())
+        if (port != s.daemon.urc_port() &&
+            std::find(inodes.begin(), inodes.end(), inode) != inodes.end())
             ports.push_back(port);
     }
     return ports;
-}
-
-/* Bytes the daemon holds for the host on host_fd that the host has not acknowledged. */
-long unacknowledged_to(const Setup &s, int host_fd) {
-    sockaddr_in host_end{};
-    socklen_t len = sizeof(host_end);
-    getsockname(host_fd, reinterpret_cast<sockaddr *>(&host_end), &len);
-    char ends[32];
-    snprintf(ends, sizeof(ends), ":%04X 0100007F:%04X", s.tcp_port, ntohs(host_end.sin_port));
-    std::istringstream table(read_file("/proc/net/tcp"));
-    for (std::string line; std::getline(table, line);)
-        if (line.find(ends) != std::string::npos)
-            return strtol(line.c_str() + line.find(ends) + strlen(ends) + 4, nullptr, 16);
-    return -1;
 }
 
 /* While a relayed command waits on the modem daemon (AT+DROP: silent, 60 waits), 3,000
@@ -683,23 +553,23 @@ long unacknowledged_to(const Setup &s, int host_fd) {
 void reconnect_storm(Setup &s, Clock::time_point until) {
     int rounds = 0, most_fds = 0, idle_fds = 0;
     long long slowest_hash_us = 0;
-    const std::string hash_reply = control_exchange(gen_hash_request());
+    const std::string hash_reply = gen_hash(s);
     for (; phase_goes_on(until); ++rounds) {
-        idle_fds = usage_of(s.daemon).fds;
+        idle_fds = usage_of(s.daemon.pid()).fds;
         const size_t from = modem_log_size(s);
         {
-            Host leaving(s.tcp_port);
-            send_all(leaving.fd, "AT+DROP\r");
-            eventually(
+            Host leaving(s.daemon.tcp_port());
+            leaving.send("AT+DROP\r");
+            e2e::eventually(
                 [&] { return modem_log_since(s, from).find("AT+DROP") != std::string::npos; });
         }
         const auto wait_began = Clock::now();
         std::atomic<bool> storming{true};
         std::thread watcher([&] {
             while (storming || ms_since(wait_began) < 60 * kModemWaitMs) {
-                most_fds = std::max(most_fds, usage_of(s.daemon).fds - idle_fds);
+                most_fds = std::max(most_fds, usage_of(s.daemon.pid()).fds - idle_fds);
                 const auto asked = Clock::now();
-                if (control_exchange(gen_hash_request()) != hash_reply)
+                if (gen_hash(s) != hash_reply)
                     fail("GEN_HASH during a reconnect storm", "wrong or no reply");
                 slowest_hash_us = std::max<long long>(
                     slowest_hash_us,
@@ -707,7 +577,7 @@ void reconnect_storm(Setup &s, Clock::time_point until) {
                         .count());
             }
         });
-        const sockaddr_in address = loopback(s.tcp_port);
+        const sockaddr_in address = e2e::loopback(s.daemon.tcp_port());
         for (int i = 0; i < 3000; ++i) {
             const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
             connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
@@ -732,20 +602,20 @@ void departing_host(Setup &s, Clock::time_point until) {
     size_t most_after = 0;
     long long slowest_ms = 0;
     for (; phase_goes_on(until); ++rounds) {
-        Host host(s.tcp_port);
+        Host host(s.daemon.tcp_port());
         if (!host.sync())
             return fail("departing host", "host not served");
         queue_slow_lines(s, host);
         reset_connection(host);
         const auto reset_at = Clock::now();
         const size_t at_reset = modem_log_size(s);
-        Host next(s.tcp_port);
-        send_all(next.fd, "ATE0\r");
+        Host next(s.daemon.tcp_port());
+        next.send("ATE0\r");
         std::string why;
         if (!next.expect("\r\nOK\r\n", &why))
             return fail("next host after a departed one", why);
         slowest_ms = std::max(slowest_ms, ms_since(reset_at));
-        const size_t after = count_of(modem_log_since(s, at_reset), "AT+SLOW");
+        const size_t after = e2e::count_of(modem_log_since(s, at_reset), "AT+SLOW");
         most_after = std::max(most_after, after);
         if (after > 1)
             fail("departed host's lines", std::to_string(after) + " reached the modem daemon");
@@ -763,7 +633,7 @@ void slow_sender(Setup &s, Clock::time_point until) {
     int rounds = 0;
     long long most_backed_ms = 0, most_first_ms = 0;
     for (; phase_goes_on(until); ++rounds) {
-        Host host(s.tcp_port, 16384);
+        Host host(s.daemon.tcp_port(), 16384);
         if (!host.sync())
             return fail("slow sender", "host not served");
         const auto first_line = Clock::now();
@@ -772,7 +642,7 @@ void slow_sender(Setup &s, Clock::time_point until) {
         while (!ended && ms_since(first_line) < 60000) {
             pollfd watched = {host.fd, POLLRDHUP, 0};
             ended = send(host.fd, "AT+BIG\r", 7, MSG_NOSIGNAL) < 0 || poll(&watched, 1, 100) > 0;
-            if (backed_up == Clock::time_point::max() && unacknowledged_to(s, host.fd) > 4096)
+            if (backed_up == Clock::time_point::max() && s.daemon.unsent_to_host() > 4096)
                 backed_up = Clock::now();
         }
         const long long backed_ms =
@@ -793,7 +663,7 @@ void slow_sender(Setup &s, Clock::time_point until) {
    socket of our own to every exchange socket the daemon has open, while a host runs slow
    relayed commands: every command gets the modem daemon's own answer. */
 void foreign_datagrams(Setup &s, Clock::time_point until) {
-    Host host(s.tcp_port);
+    Host host(s.daemon.tcp_port());
     if (!host.sync())
         return fail("foreign datagrams", "host not served");
     const size_t from = modem_log_size(s);
@@ -818,7 +688,7 @@ void foreign_datagrams(Setup &s, Clock::time_point until) {
                 const unsigned port =
                     ports.empty() ? 40000 + rng() % 20000 : ports[i % ports.size()];
                 aimed += !ports.empty();
-                const sockaddr_in to = loopback(port);
+                const sockaddr_in to = e2e::loopback(port);
                 sendto(fd, &forged, MODEM_RESPONSE_HEADER_SIZE + forged_text.size(), 0,
                        reinterpret_cast<const sockaddr *>(&to), sizeof(to));
             }
@@ -829,7 +699,7 @@ void foreign_datagrams(Setup &s, Clock::time_point until) {
     int commands = 0;
     std::string why;
     for (; (commands < 100 || sent < 10000) && Clock::now() < until + 30s; ++commands) {
-        send_all(host.fd, "AT+SLOW\r");
+        host.send("AT+SLOW\r");
         if (!host.expect("\r\n+SLOW\r\n\r\nOK\r\n", &why)) {
             fail("forged answer taken", why);
             break;
@@ -845,20 +715,17 @@ void foreign_datagrams(Setup &s, Clock::time_point until) {
 /* Last on the channel, which a STOP closes for good: a STOP while a host has 300 lines
    queued; no line may reach the modem daemon after the STOP has returned. */
 void stop_with_lines_queued(Setup &s) {
-    Host host(s.tcp_port);
+    Host host(s.daemon.tcp_port());
     host.sync();
     queue_slow_lines(s, host);
-    kervRequest_t request{};
-    request.magic = KERV_REQUEST_MAGIC;
-    request.type = KERV_REQUEST_TYPE_APP;
-    request.cmd = KERV_REQUEST_CMD_STOP;
     const auto asked = Clock::now();
-    control_exchange(std::string(reinterpret_cast<const char *>(&request),
-                                 static_cast<size_t>(kerv_pack_request(&request))));
+    e2e::control_exchange(
+        s.daemon.socket_path(),
+        e2e::packed_request(KERV_REQUEST_TYPE_APP, KERV_REQUEST_CMD_STOP, nullptr));
     const long long stop_ms = ms_since(asked);
     const size_t at_stop = modem_log_size(s);
     std::this_thread::sleep_for(1s); /* ten of the slow command's answers */
-    const size_t after = count_of(modem_log_since(s, at_stop), "AT+SLOW");
+    const size_t after = e2e::count_of(modem_log_since(s, at_stop), "AT+SLOW");
     if (after > 0)
         fail("lines after a STOP", std::to_string(after) + " reached the modem daemon");
     printf("STOP with 300 lines queued: returned after %lld ms; %zu lines reached the modem daemon"
@@ -869,19 +736,20 @@ void stop_with_lines_queued(Setup &s) {
 /* A second daemon, its standard output a pipe that nobody reads, filled by its diagnostics
    (debug level 5) until its worker waits on the pipe: a SIGTERM must still end it at once. */
 void sigterm_with_full_output(const Setup &s) {
-    Setup piped = s;
-    piped.dir = s.dir + "/piped";
-    mkdir(piped.dir.c_str(), 0755);
-    mkfifo((piped.dir + "/kervd.out").c_str(), 0644);
-    const int reader = open((piped.dir + "/kervd.out").c_str(), O_RDONLY | O_NONBLOCK);
-    if (!start_kervd(piped, 5)) {
+    const int failures_before = failures;
+    e2e::TempDir dir;
+    e2e::Daemon piped(dir, s.modem_port, soak_options(5));
+    mkfifo(dir.file("kervd.out").c_str(), 0644);
+    const int reader = open(dir.file("kervd.out").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (!start_kervd(piped)) {
         close(reader);
-        return fail("SIGTERM with a full standard output", "second kervd did not start");
+        fail("SIGTERM with a full standard output", "second kervd did not start");
+        return keep_if_failed(dir, failures_before);
     }
-    Host host(piped.tcp_port);
+    Host host(piped.tcp_port());
     int answered = 0;
     for (std::string answer; answered < 10000; ++answered, answer.clear()) {
-        send_all(host.fd, "ATE0\r");
+        host.send("ATE0\r");
         while (answer.size() < 6 && read_more(host.fd, &answer, Clock::now() + 500ms)) {
         }
         if (answer.size() < 6)
@@ -889,20 +757,18 @@ void sigterm_with_full_output(const Setup &s) {
     }
     int pipe_bytes = 0;
     ioctl(reader, FIONREAD, &pipe_bytes);
+    const pid_t pid = piped.pid();
     const auto signalled = Clock::now();
-    kill(piped.daemon, SIGTERM);
-    while (daemon_alive(piped) && ms_since(signalled) < 10000)
-        std::this_thread::sleep_for(1ms);
+    const bool ended = piped.stop(); /* SIGTERM, and SIGKILL after 5 s */
     const long long gone_ms = ms_since(signalled);
-    if (daemon_alive(piped)) {
-        kill(piped.daemon, SIGKILL);
-        fail("SIGTERM with a full standard output", "kervd still running after 10 s");
-    } else if (gone_ms > 1000) {
+    if (!ended)
+        fail("SIGTERM with a full standard output", "kervd still running after 5 s");
+    else if (gone_ms > 1000)
         fail("SIGTERM with a full standard output",
              "gone after " + std::to_string(gone_ms) + " ms");
-    }
-    waitpid(piped.daemon, nullptr, 0);
+    waitpid(pid, nullptr, 0);
     close(reader);
+    keep_if_failed(dir, failures_before);
     printf("SIGTERM with a full standard output (%d bytes unread in the pipe after %d commands):"
            " the daemon was gone after %lld ms\n",
            pipe_bytes, answered, gone_ms);
@@ -939,29 +805,29 @@ long long answered_after(int master) {
    pty is closed), is away for 300 ms and comes back as a new pty; the channel must answer
    again within 2 s of its return. */
 void serial_hang_ups(const Setup &s) {
-    Setup serial = s;
-    serial.dir = s.dir + "/serial";
-    serial.serial = true;
-    mkdir(serial.dir.c_str(), 0755);
-    int master = new_serial_device(serial.dir + "/ttyGS0");
-    if (!start_kervd(serial) || answered_after(master) < 0) {
+    const int failures_before = failures;
+    e2e::TempDir dir;
+    e2e::Daemon serial(dir, s.modem_port, soak_options(0, dir.file("ttyGS0")));
+    int master = new_serial_device(dir.file("ttyGS0"));
+    if (!start_kervd(serial, true) || answered_after(master) < 0) {
         close(master);
-        return fail("serial hang-up", "the serial channel did not answer at first");
+        fail("serial hang-up", "the serial channel did not answer at first");
+        return keep_if_failed(dir, failures_before);
     }
     long long slowest_ms = 0;
     constexpr int kHangUps = 5;
     for (int i = 0; i < kHangUps; ++i) {
         close(master);
         std::this_thread::sleep_for(300ms);
-        master = new_serial_device(serial.dir + "/ttyGS0");
+        master = new_serial_device(dir.file("ttyGS0"));
         const long long ms = answered_after(master);
         if (ms < 0 || ms > 2000)
             fail("serial channel after a hang-up", "answered after " + std::to_string(ms) + " ms");
         slowest_ms = std::max(slowest_ms, ms < 0 ? 10000 : ms);
     }
     close(master);
-    kill(serial.daemon, SIGTERM);
-    waitpid(serial.daemon, nullptr, 0);
+    stop_kervd(serial);
+    keep_if_failed(dir, failures_before);
     printf("serial hang-ups with KERV_SERIAL_REOPEN=1: after each of %d, the device away for"
            " 300 ms, the channel answered at most %lld ms after the device was back\n",
            kHangUps, slowest_ms);
@@ -985,39 +851,25 @@ constexpr Phase kPhases[] = {
     {"foreign datagrams", 0.05, foreign_datagrams},
 };
 
-} // namespace
-
-int main(int argc, char **argv) {
-    if (argc != 5) {
-        fprintf(stderr, "usage: kerv_soak <kervd> <modemd-sim> <folder> <seconds>\n");
-        return 2;
-    }
-    prctl(PR_SET_CHILD_SUBREAPER, 1);
-    signal(SIGPIPE, SIG_IGN);
-    Setup s{argv[1], argv[2], argv[3]};
-    setenv(KERV_CONTROL_SOCKET_ENV, (s.dir + "/kerv.socket").c_str(), 1);
-    if (!start_modemd_sim(s) || !start_kervd(s)) {
-        fail("start", "kervd or modemd-sim did not start, see " + s.dir);
-        stop_all(s);
-        return 1;
-    }
+/* The phases, the figures before and after them, and the checks that end what they test. */
+void soak(Setup &s, double seconds) {
     /* One of everything first, so that what is set up once does not count as growth. */
     served(s, "warm-up");
-    send_datagram(s.urc_port, "\r\n+URC: warm-up\r\n");
-    control_exchange(gen_hash_request());
+    e2e::send_urc(s.daemon.urc_port(), "\r\n+URC: warm-up\r\n");
+    gen_hash(s);
     const Usage before = settled_usage(s, "before");
 
     for (const Phase &phase : kPhases) {
-        const std::chrono::duration<double> length(atof(argv[4]) * phase.share);
+        const std::chrono::duration<double> length(seconds * phase.share);
         printf("phase %s (%.0f s)\n", phase.name, length.count());
         fflush(stdout);
         failures_before_phase = failures;
         phase.run(s, Clock::now() + std::chrono::duration_cast<Clock::duration>(length));
-        if (!daemon_alive(s)) {
+        if (!s.daemon.alive()) {
             fail("crash", std::string("kervd died during ") + phase.name);
             break;
         }
-        const Usage now = usage_of(s.daemon);
+        const Usage now = usage_of(s.daemon.pid());
         printf("  now: fds %d, rss %ld kB\n", now.fds, now.rss_kb);
     }
     const Usage after = settled_usage(s, "after");
@@ -1030,7 +882,41 @@ int main(int argc, char **argv) {
     stop_with_lines_queued(s);
     serial_hang_ups(s);
     sigterm_with_full_output(s);
-    stop_all(s);
+}
+
+} // namespace
+
+/* Each program that links the harness says what a fault of a daemon it ended is. */
+void e2e::report_fault(const std::string &fault) {
+    fail("crash", fault);
+}
+
+int main(int argc, char **argv) {
+    if (argc != 2) {
+        fprintf(stderr, "usage: kerv_soak <seconds>\n");
+        return 2;
+    }
+    /* Parent of the daemons, which fork away from their launchers: their exit status. */
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    signal(SIGPIPE, SIG_IGN);
+    setenv("KERVD_MODEMD_WAIT_MS", std::to_string(kModemWaitMs).c_str(), 1);
+    setenv("KERVD_HOST_STALL_MS", std::to_string(kHostStallMs).c_str(), 1);
+    setenv("KERVD_CONTROL_TIMEOUT_MS", std::to_string(kControlTimeoutMs).c_str(), 1);
+    e2e::TempDir dir;
+    write_rules(dir.file("rules"));
+    unsigned short modem_port = 0;
+    const pid_t sim = e2e::start_modemd_sim(dir, {"--rules", dir.file("rules")}, &modem_port);
+    e2e::Daemon daemon(dir, modem_port, soak_options(0));
+    Setup s{dir, modem_port, daemon};
+    setenv(KERV_CONTROL_SOCKET_ENV, daemon.socket_path().c_str(), 1);
+    if (modem_port != 0 && start_kervd(daemon))
+        soak(s, atof(argv[1]));
+    else
+        fail("start", "kervd or modemd-sim did not start");
+    stop_kervd(daemon);
+    kill(sim, SIGTERM);
+    e2e::exit_status(sim);
+    keep_if_failed(dir, 0);
     printf("%s: %d failed checks\n", failures == 0 ? "PASS" : "FAIL", failures);
     return failures == 0 ? 0 : 1;
 }

@@ -12,14 +12,8 @@ namespace {
 
 /* modemd-sim on a free port, and one request to it at a time. */
 struct Sim {
-    Sim(const TempDir &dir, std::vector<std::string> args) {
-        args.insert(args.begin(), {"--port", "0"});
-        pid = spawn(KERV_TEST_MODEMD_SIM_PATH, args, {}, dir.file("sim.out"), dir.file("sim.err"));
-        eventually([&] {
-            return sscanf(read_file(dir.file("sim.out")).c_str(),
-                          "modemd-sim listening on 127.0.0.1:%hu", &port) == 1;
-        });
-    }
+    Sim(const TempDir &dir, std::vector<std::string> args)
+        : pid(start_modemd_sim(dir, std::move(args), &port)) {}
     ~Sim() {
         kill(pid, SIGTERM);
         EXPECT_EQ(exit_status(pid), 0) << "a stop signal ends modemd-sim cleanly";
@@ -43,8 +37,8 @@ struct Sim {
             *result = resp.result;
         return got < MODEM_RESPONSE_HEADER_SIZE ? "<none>" : std::string(resp.data, resp.data_len);
     }
+    unsigned short port = 0; /* before pid: start_modemd_sim fills it */
     pid_t pid = -1;
-    unsigned short port = 0;
 };
 
 TEST(ModemdSim, AnswersLikeTwoModemsThenFromItsRulesWithTheResultItIsGiven) {

@@ -1,8 +1,9 @@
 # Shared set-up for the host-program tests: the modem-daemon stand-in and the real kervd in
 # a temp dir of their own, and a terminal device for the host program, on the serial channel
 # (two ptys joined by socat: kervd opens one end as its serial device, the host program the
-# other) or on the TCP channel (socat's pty connected to the daemon's port). Everything this
-# starts is ended by its pid when the script exits.
+# other) or on the TCP channel (socat's pty connected to the daemon's port). kervd and
+# modemd-sim start through tools/run/kerv-hermetic.sh; everything a test starts (put its pid
+# in pids) is ended by its pid when the script exits.
 #
 # Sourced by each test with the paths of kervd and modemd-sim in KERVD and MODEMD_SIM and
 # the channel (serial or tcp) as the script's first argument.
@@ -14,20 +15,20 @@ need() { for program; do command -v "$program" >/dev/null || skip "$program is n
 
 : "${KERVD:?path of kervd}" "${MODEMD_SIM:?path of modemd-sim}"
 channel=${1:-serial}
-tmp=$(mktemp -d /tmp/kervh.XXXXXX)
-pids=()
+kerv_kervd=$KERVD
+kerv_modemd_sim=$MODEMD_SIM
+source "$(dirname "${BASH_SOURCE[0]}")/../../tools/run/kerv-hermetic.sh"
+kerv_run_dir
+tmp=$kerv_dir
+declare -n pids=kerv_pids
 
 cleanup() {
   local status=$?
-  local pid
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  for pid in "${pids[@]}"; do
-    while kill -0 "$pid" 2>/dev/null; do sleep 0.05; done
-  done
+  kerv_stop_all
   if [ "$status" -ne 0 ] && [ "$status" -ne 77 ]; then
     for log in "$tmp"/*.log; do [ -f "$log" ] && { echo "--- $log"; tail -n 40 "$log"; }; done
   fi
-  rm -rf "$tmp"
+  kerv_cleanup
   exit "$status"
 }
 trap cleanup EXIT
@@ -42,21 +43,10 @@ free_port() {
   done
 }
 
-# wait_for COMMAND...: retries the command for up to ten seconds.
-wait_for() {
-  local try
-  for try in $(seq 200); do "$@" && return 0; sleep 0.05; done
-  return 1
-}
-
-# start_sim [RULES_FILE]: modemd-sim on a free port, every request logged to sim.log.
+# start_sim [RULES_FILE]: modemd-sim on a free port, every request logged to
+# modemd-sim.log.
 start_sim() {
-  local args=(--port 0)
-  [ $# -gt 0 ] && args+=(--rules "$1")
-  stdbuf -oL "$MODEMD_SIM" "${args[@]}" >"$tmp/sim.log" 2>&1 &
-  pids+=($!)
-  wait_for grep -qs 'listening on' "$tmp/sim.log" || fail "modemd-sim did not start"
-  sim_port=$(sed -n 's/.*listening on 127\.0\.0\.1:\([0-9]*\).*/\1/p' "$tmp/sim.log")
+  kerv_start_modemd_sim ${1:+--rules "$1"} || fail "modemd-sim did not start"
 }
 
 # start_kervd [STORE_LINE...]: kervd on the chosen channel; host_dev is then the device the
@@ -65,24 +55,14 @@ start_kervd() {
   local port
   port=$(free_port)
   host_dev="$tmp/ttyHOST"
-  {
-    echo "KERV_LISTEN_TYPE=$([ "$channel" = serial ] && echo 1 || echo 0)"
-    echo "KERV_LISTEN_PORT=$port"
-    echo "KERV_URC_LISTEN_PORT=$(free_port)"
-    printf '%s\n' "$@"
-  } >"$tmp/sncfg.conf"
+  kerv_store "$tmp" "KERV_LISTEN_TYPE=$([ "$channel" = serial ] && echo 1 || echo 0)" \
+    "KERV_LISTEN_PORT=$port" "KERV_URC_LISTEN_PORT=$(free_port)" "$@"
   if [ "$channel" = serial ]; then
     socat PTY,link="$tmp/ttyGS0",raw,echo=0 PTY,link="$host_dev",raw,echo=0 2>"$tmp/socat.log" &
     pids+=($!)
     wait_for test -e "$tmp/ttyGS0" -a -e "$host_dev" || fail "socat made no ptys"
   fi
-  mkdir -p "$tmp/plugins"
-  SNCFG_FILE="$tmp/sncfg.conf" KERVD_CONTROL_SOCKET="$tmp/kerv.socket" \
-    KERVD_PID_FILE="$tmp/kerv.pid" KERVD_PLUGIN_DIR="$tmp/plugins" \
-    KERVD_MODEMD_PORT="$sim_port" KERVD_SERIAL_DEVICE="$tmp/ttyGS0" \
-    "$KERVD" >"$tmp/kervd.log" 2>&1 || fail "kervd did not start"
-  wait_for test -s "$tmp/kerv.pid" || fail "kervd wrote no pid"
-  pids+=("$(head -n1 "$tmp/kerv.pid")")
+  kerv_start_kervd "$tmp" || fail "kervd did not start"
   if [ "$channel" = tcp ]; then
     socat PTY,link="$host_dev",raw,echo=0 TCP:127.0.0.1:"$port",retry=100,interval=0.05 \
       2>"$tmp/socat.log" &
@@ -107,4 +87,4 @@ answers_at() {
 }
 
 # sim_requests: the AT texts modemd-sim received, one per line, in order.
-sim_requests() { sed -n 's/^token=.* text="\(.*\)"$/\1/p' "$tmp/sim.log"; }
+sim_requests() { sed -n 's/^token=.* text="\(.*\)"$/\1/p' "$tmp/modemd-sim.log"; }

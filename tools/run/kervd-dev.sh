@@ -6,71 +6,39 @@
 #   tools/run/kervd-dev.sh BUILD_DIR
 set -euo pipefail
 
-build=$(cd "${1:-build}" && pwd)
-run="$build/run"
-kervd="$build/daemon/kervd"
-modemd_sim="$build/tools/modemd-sim/modemd-sim"
-kervctl="$build/tools/kervctl/kervctl"
+kerv_build=$(cd "${1:-build}" && pwd)
+source "$(dirname "$0")/kerv-hermetic.sh"
+run="$kerv_build/run"
+kervctl="$kerv_build/tools/kervctl/kervctl"
 
-mkdir -p "$run/plugins"
-rm -f "$run"/*.log "$run/kerv.pid"
+kerv_run_dir "$run"
+rm -f "$run"/*.log
+kerv_store "$run" "# Development configuration store written by make run." KERV_DEBUG=3 \
+  KERV_LISTEN_TYPE=0 KERV_LISTEN_PORT=5556 KERV_MODEMD_TARGET_TYPE=LTE KERV_URC_LISTEN_ENABLE=1 \
+  KERV_URC_LISTEN_PORT=12394
 
-cat > "$run/sncfg.conf" <<STORE
-# Development configuration store written by make run.
-KERV_DEBUG=3
-KERV_LISTEN_TYPE=0
-KERV_LISTEN_PORT=5556
-KERV_MODEMD_TARGET_TYPE=LTE
-KERV_URC_LISTEN_ENABLE=1
-KERV_URC_LISTEN_PORT=12394
-STORE
-
-plugin=$(find "$build/plugins" -name 'libcgdcont.so' -print -quit 2>/dev/null || true)
+plugin=$(find "$kerv_build/plugins" -name 'libcgdcont.so' -print -quit 2>/dev/null || true)
 if [ -n "$plugin" ]; then
   cp "$plugin" "$run/plugins/"
 fi
 
-sim_pid=""
-kervd_pid=""
-stop_all() {
+stop_dev() {
   trap - INT TERM EXIT
-  [ -n "$kervd_pid" ] && kill "$kervd_pid" 2>/dev/null || true
-  [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null || true
-  [ -n "${tail_pid:-}" ] && kill "$tail_pid" 2>/dev/null || true
+  kerv_cleanup
   echo
-  echo "stopped kervd (pid ${kervd_pid:-none}) and modemd-sim (pid ${sim_pid:-none})"
+  echo "stopped kervd (pid ${kervd_started:-none}) and modemd-sim (pid ${modemd_pid:-none})"
 }
-trap stop_all INT TERM EXIT
+trap stop_dev INT TERM EXIT
 
-stdbuf -oL "$modemd_sim" --port 0 > "$run/modemd-sim.log" 2>&1 &
-sim_pid=$!
-for _ in $(seq 100); do
-  grep -q 'listening on' "$run/modemd-sim.log" 2>/dev/null && break
-  sleep 0.05
-done
-sim_port=$(sed -n 's/.*listening on 127\.0\.0\.1:\([0-9]*\).*/\1/p' "$run/modemd-sim.log" | head -n1)
-if [ -z "$sim_port" ]; then
+if ! kerv_start_modemd_sim; then
   echo "modemd-sim did not start:"; cat "$run/modemd-sim.log"; exit 1
 fi
-
-export SNCFG_FILE="$run/sncfg.conf"
-export KERVD_CONTROL_SOCKET="$run/kerv.socket"
-export KERVD_PID_FILE="$run/kerv.pid"
-export KERVD_PLUGIN_DIR="$run/plugins"
-export KERVD_MODEMD_PORT="$sim_port"
-export KERVD_SERIAL_DEVICE="$run/ttyGS0"
-"$kervd" > "$run/kervd.log" 2>&1
-for _ in $(seq 100); do
-  [ -s "$KERVD_PID_FILE" ] && break
-  sleep 0.05
-done
-kervd_pid=$(head -n1 "$KERVD_PID_FILE" 2>/dev/null || true)
-if [ -z "$kervd_pid" ]; then
+if ! kerv_start_kervd "$run"; then
   echo "kervd did not start:"; cat "$run/kervd.log"; exit 1
 fi
 
 cat <<HELP
-kervd is running (pid $kervd_pid), modemd-sim answers on 127.0.0.1:$sim_port (pid $sim_pid).
+kervd is running (pid $kervd_started), modemd-sim answers on 127.0.0.1:$modemd_port (pid $modemd_pid).
 Run directory: $run (store, plug-ins, logs)
 
 Talk to it:
@@ -83,5 +51,5 @@ Send a URC to the connected host:
 Ctrl-C stops both. The daemon's output follows.
 HELP
 tail -n +1 -f "$run/kervd.log" &
-tail_pid=$!
-wait "$tail_pid" || true
+kerv_pids+=($!)
+wait "${kerv_pids[-1]}" || true

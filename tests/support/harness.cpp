@@ -1,7 +1,5 @@
 #include "harness.h"
 
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
@@ -28,10 +26,6 @@ extern char **environ;
 
 namespace e2e {
 
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
 sockaddr_in loopback(unsigned int port) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -39,6 +33,10 @@ sockaddr_in loopback(unsigned int port) {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     return address;
 }
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
 
 /* Runs op on a fresh socket of type and the address 127.0.0.1:port; op's result. */
 template <typename Op> bool on_loopback(int type, unsigned int port, Op op) {
@@ -173,10 +171,14 @@ size_t count_of(const std::string &text, const std::string &what) {
 }
 
 std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
-    return content.str();
+    std::string content;
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    char buf[8192];
+    for (ssize_t n; fd >= 0 && (n = read(fd, buf, sizeof(buf))) > 0;)
+        content.append(buf, static_cast<size_t>(n));
+    if (fd >= 0)
+        close(fd);
+    return content;
 }
 
 void write_file(const std::string &path, const std::string &content) {
@@ -272,6 +274,19 @@ ToolRun run_tool(const TempDir &dir, const std::string &path, std::vector<std::s
     return {status, read_file(out_path), read_file(err_path)};
 }
 
+pid_t start_modemd_sim(const TempDir &dir, std::vector<std::string> args, unsigned short *port) {
+    args.insert(args.begin(), {"--port", "0"});
+    const std::string out_path = dir.file("modemd-sim.out");
+    const pid_t pid =
+        spawn(KERV_TEST_MODEMD_SIM_PATH, args, {}, out_path, dir.file("modemd-sim.err"));
+    *port = 0;
+    eventually([&] {
+        return sscanf(read_file(out_path).c_str(), "modemd-sim listening on 127.0.0.1:%hu", port) ==
+               1;
+    });
+    return pid;
+}
+
 Pty::Pty() {
     master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
@@ -304,9 +319,9 @@ bool Pty::wait_opened() {
     return flushed;
 }
 
-Daemon::Daemon(TempDir &dir, FakeModem &modem, DaemonOptions options)
+Daemon::Daemon(TempDir &dir, unsigned int modem_port, DaemonOptions options)
     : dir_(dir), options_(std::move(options)), tcp_port_(free_port(SOCK_STREAM)),
-      urc_port_(free_port(SOCK_DGRAM)), modem_port_(modem.port()),
+      urc_port_(free_port(SOCK_DGRAM)), modem_port_(modem_port),
       socket_path_(options_.socket_path.empty() ? dir.file("kerv.socket") : options_.socket_path),
       pid_path_(dir.file("kerv.pid")), output_path_(dir.file("kervd.out")),
       errors_path_(dir.file("kervd.err")) {
@@ -379,8 +394,7 @@ bool Daemon::stop() {
     pid_ = -1;
     const std::string errors = read_file(errors_path_);
     if (!was_running || !errors.empty())
-        ADD_FAILURE() << "kervd ended before its SIGTERM or reported errors\n"
-                      << errors << output();
+        report_fault("kervd ended before its SIGTERM or reported errors\n" + errors + output());
     return ended;
 }
 

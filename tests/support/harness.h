@@ -1,13 +1,15 @@
 /*
- * End-to-end harness: starts the real kervd in a hermetic setting (its own store file,
- * ports, control socket, pid file, plug-in directory, optionally a pty as the serial
- * device) next to the modem-daemon stand-in, and talks to it over real sockets.
+ * The hermetic launcher of the end-to-end tests, the transcript runner and the soak run:
+ * starts the real kervd in a setting of its own (its own store file, ports, control socket,
+ * pid file, plug-in directory, optionally a pty as the serial device) next to the
+ * modem-daemon stand-in (in-process, or modemd-sim), and talks to it over real sockets.
  *
  * The daemon is found by its pid file and ended by its pid; nothing here needs to be the
- * daemon's parent (it is a grandchild: its launcher forks and exits).
+ * daemon's parent (it is a grandchild: its launcher forks and exits). Nothing here uses
+ * GoogleTest: each program that links the harness defines report_fault.
  */
-#ifndef KERV_E2E_HARNESS_H
-#define KERV_E2E_HARNESS_H
+#ifndef KERV_HARNESS_H
+#define KERV_HARNESS_H
 
 #include "kerv_test_support.h"
 #include "modemd_stub.h"
@@ -17,6 +19,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <netinet/in.h>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -33,6 +36,7 @@ constexpr auto kPatience = 10s;
 using kerv_test::ScopedSetting;
 using kerv_test::TempDir;
 
+/* What the file holds; from a pipe, what it holds now (never waits for a writer). */
 std::string read_file(const std::string &path);
 /* How many times what occurs in text. */
 size_t count_of(const std::string &text, const std::string &what);
@@ -42,6 +46,11 @@ bool eventually(const std::function<bool()> &check, std::chrono::milliseconds pa
 /* A port that was free a moment ago, outside the range the kernel picks ports from, and
    that no other test process picks while this one runs. */
 unsigned int free_port(int sock_type);
+
+/* What the harness found wrong with a daemon it ended (one that had ended before its
+   SIGTERM, or wrote on standard error). Defined by each program that links the harness: a
+   test failure in the tests, a failed check in the soak. */
+void report_fault(const std::string &fault);
 
 /* Starts path with args, this process's environment plus settings, standard input from
    /dev/null (or closed) and its two outputs appended to out_path and err_path. */
@@ -58,6 +67,10 @@ struct ToolRun {
 };
 ToolRun run_tool(const TempDir &dir, const std::string &path, std::vector<std::string> args,
                  const Settings &settings);
+
+/* modemd-sim on a free port with args besides, its outputs in dir's modemd-sim.out and
+   modemd-sim.err; its pid, and in *port the port it announced (0: none within patience). */
+pid_t start_modemd_sim(const TempDir &dir, std::vector<std::string> args, unsigned short *port);
 
 /* A pty standing in for the serial device; the test holds the host's (master) end. */
 struct Pty {
@@ -82,15 +95,18 @@ struct DaemonOptions {
 /* A running kervd. Its standard output goes to a file in the temp dir. */
 class Daemon {
   public:
-    Daemon(TempDir &dir, FakeModem &modem, DaemonOptions options);
+    Daemon(TempDir &dir, FakeModem &modem, DaemonOptions options)
+        : Daemon(dir, modem.port(), std::move(options)) {}
+    /* Next to a modem daemon of another process, on 127.0.0.1:modem_port. */
+    Daemon(TempDir &dir, unsigned int modem_port, DaemonOptions options);
     ~Daemon();
     /* Starts kervd and waits for its pid file; false when the launcher did not exit 0 or
        no daemon wrote its pid. With something else than a regular file at the pid file's
        path (the daemon then runs without one), the daemon is found by its environment. */
     bool start();
     /* Ends the daemon by its pid (SIGTERM, then SIGKILL); a daemon that had already ended,
-       or printed on standard error (sanitizer reports), fails the test. True when the
-       SIGTERM ended it. */
+       or printed on standard error (sanitizer reports), is reported as a fault. True when
+       the SIGTERM ended it within 5 s. */
     bool stop();
     pid_t pid() const { return pid_; }
     bool alive() const;
@@ -148,6 +164,7 @@ class Host {
     bool owned_ = true;
 };
 
+sockaddr_in loopback(unsigned int port);
 /* True when a TCP connection to 127.0.0.1:port is accepted (one try). */
 bool tcp_accepts(unsigned int port);
 /* True when a UDP socket holds the port. */
@@ -166,4 +183,4 @@ std::string app_request(const std::string &socket_path, u_int16_t cmd, const cha
 
 } // namespace e2e
 
-#endif /* KERV_E2E_HARNESS_H */
+#endif /* KERV_HARNESS_H */
