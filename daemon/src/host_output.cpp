@@ -5,6 +5,10 @@
 #include "kal_io.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <linux/tcp.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -25,23 +29,31 @@ int cut_off_fd = -1;
 struct stall_clock {
     int fd;
     long long since;
+    bool pending; /* output was left waiting at the last look */
 };
-stall_clock stall = {-1, -1};
+stall_clock stall = {-1, -1, false};
 
-/* Output the host has not taken that counts as backed up. A host that reads takes an
-   answer within milliseconds; a host that does not has its send buffer (kept small, see
+/* Output the host has not taken, or room left in its receive window, that counts as backed
+   up. A host that reads takes an answer within milliseconds and keeps its window open; a
+   host that does not has its window shut and its send buffer (kept small, see
    channel_server.cpp) fill past this within a few answers. */
 constexpr int kBackedUpBytes = 4096;
 
-bool backed_up(int fd) {
-    int queued = 0;
-    return ioctl(fd, TIOCOUTQ, &queued) == 0 && queued > kBackedUpBytes;
+/* The room a TCP host's receive window offers; INT_MAX when fd is no TCP connection (or the
+   kernel does not tell). */
+long peer_window(int fd) {
+    struct tcp_info info = {};
+    socklen_t info_len = sizeof(info);
+    if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &info_len) != 0 ||
+        info_len < offsetof(struct tcp_info, tcpi_snd_wnd) + sizeof(info.tcpi_snd_wnd))
+        return INT_MAX;
+    return static_cast<long>(info.tcpi_snd_wnd);
 }
 
 /* Starts the host's clock if it is not running; how long it has run. */
 long long stalled_for(int fd, long long now) {
     if (stall.fd != fd || stall.since < 0)
-        stall = {fd, now};
+        stall = {fd, now, true};
     return now - stall.since;
 }
 
@@ -54,6 +66,25 @@ void give_up(int fd, int stall_ms) {
     /* Not a socket: the serial device. What it has not sent by now is stale. */
     tcflush(fd, TCOFLUSH);
     KERV_WARN("serial device took no output for %d ms: unsent output discarded", stall_ms);
+}
+
+/*
+ * Looks at the host's output after a write, or when the worker looks again: output waits
+ * that the host does not take (much of it, or any behind a shut receive window) starts or
+ * keeps the clock, and the host is given up once it has run for the stall time; anything
+ * else stops it. A host that sends nothing more has no answer to wake the clock with: the
+ * worker looks again while output is left waiting (kerv_host_stall_check).
+ */
+void look_at_output(int fd, int stall_ms) {
+    int queued = 0;
+    if (ioctl(fd, TIOCOUTQ, &queued) != 0)
+        queued = 0;
+    if (queued == 0 || (queued <= kBackedUpBytes && peer_window(fd) >= kBackedUpBytes)) {
+        stall = {fd, -1, queued > 0};
+        return;
+    }
+    if (stalled_for(fd, kal_now_ms()) >= stall_ms)
+        give_up(fd, stall_ms);
 }
 
 /* The stall time, read from the settings on the first write. Worker only, like every
@@ -81,10 +112,11 @@ ssize_t write_once(int fd, const void *buf, size_t len) {
 
 /*
  * A host whose output has stayed backed up for the stall time is given up. Backed up: a
- * write could not hand over all it had, or more than kBackedUpBytes still wait unsent or
- * unacknowledged after a write. The clock starts at the first such write and runs across
- * answers, however slowly they come; it stops only once a write finds the host drained
- * below that mark, which a host that reads is at once. Counting every byte taken as
+ * write could not hand over all it had, or after it more than kBackedUpBytes still wait
+ * unsent or unacknowledged, or any output waits behind a receive window shut to less than
+ * that (look_at_output). The clock starts at the first such look and runs across answers,
+ * however slowly they come; it stops only once a look finds the host drained, which a host
+ * that reads is at once. Counting every byte taken as
  * progress would not do: a peer that reads nothing still lets a few bytes in now and then
  * while the kernel compacts its receive buffer.
  * A TCP host's socket carries a send time-out of the stall time, so a blocked write returns
@@ -115,10 +147,21 @@ void kerv_host_write(int fd, const void *buf, size_t len) {
             poll(&room, 1, static_cast<int>(stall_ms - waited));
         }
     }
-    if (!backed_up(fd))
-        stall = {fd, -1};
-    else if (stalled_for(fd, kal_now_ms()) >= stall_ms)
-        give_up(fd, stall_ms);
+    look_at_output(fd, stall_ms);
+}
+
+int kerv_host_stall_left_ms() {
+    if (stall.fd < 0 || stall.fd == cut_off_fd || (stall.since < 0 && !stall.pending))
+        return -1;
+    if (stall.since < 0)
+        return stall_time_ms();
+    const long long left = stall.since + stall_time_ms() - kal_now_ms();
+    return left > 0 ? static_cast<int>(left) : 0;
+}
+
+void kerv_host_stall_check() {
+    if (stall.fd >= 0 && stall.fd != cut_off_fd)
+        look_at_output(stall.fd, stall_time_ms());
 }
 
 bool kerv_host_cut_off(int fd) {
@@ -129,5 +172,5 @@ void kerv_host_forget(int fd) {
     if (fd == cut_off_fd)
         cut_off_fd = -1;
     if (fd == stall.fd)
-        stall = {-1, -1};
+        stall = {-1, -1, false};
 }

@@ -17,6 +17,12 @@
 
 /* Writes all of buf to the host connection fd, giving up on a host that stalls. */
 void kerv_host_write(int fd, const void *buf, size_t len);
+/* While the output of the host written to last stays backed up, the ms left until the stall
+   time is reached (0: now); -1 when its clock is not running. */
+int kerv_host_stall_left_ms();
+/* Looks at that host again, with no write to wake its clock: a host that stopped sending
+   and reading is given up all the same once its stall time has passed. */
+void kerv_host_stall_check();
 /* True when fd is a host connection that was cut off for not reading. */
 bool kerv_host_cut_off(int fd);
 /* The host's connection is being closed: its number may be reused, by a host that starts

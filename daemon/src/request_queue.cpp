@@ -4,6 +4,7 @@
 
 #include <cassert>
 #include <cstring>
+#include <ctime>
 #include <pthread.h>
 #include <sys/eventfd.h>
 
@@ -178,11 +179,22 @@ void appReqEnqueue(struct req *req) {
     pthread_cond_signal(&ConditionAppReqList);
 }
 
-struct req *appReqDequeue() {
+struct req *appReqDequeue(int wait_ms) {
     QueueLock lock;
     check_queue_head();
-    if (list_empty(&appReqList))
+    if (list_empty(&appReqList) && wait_ms < 0) {
         pthread_cond_wait(&ConditionAppReqList, &MutexAppReqList);
+    } else if (list_empty(&appReqList)) {
+        struct timespec until;
+        clock_gettime(CLOCK_REALTIME, &until);
+        until.tv_sec += wait_ms / 1000;
+        until.tv_nsec += (wait_ms % 1000) * 1000000L;
+        if (until.tv_nsec >= 1000000000L) {
+            until.tv_sec++;
+            until.tv_nsec -= 1000000000L;
+        }
+        pthread_cond_timedwait(&ConditionAppReqList, &MutexAppReqList, &until);
+    }
     struct list *first = list_remove_head(&appReqList);
     if (first == &appReqList)
         return nullptr;

@@ -51,8 +51,9 @@ int kerv_queue_init();
  * KERV_QUEUE_MAX_URCS queued ones the oldest is dropped and counted.
  */
 void appReqEnqueue(struct req *req);
-/* Waits for an element and removes the first one; null when woken to an empty queue. */
-struct req *appReqDequeue();
+/* Waits for an element and removes the first one; null when woken to an empty queue, or
+   when wait_ms (if not negative) passed first. */
+struct req *appReqDequeue(int wait_ms = -1);
 
 /*
  * Back-pressure on the host. Host lines (and over-long-line notices) queued and not yet

@@ -176,9 +176,13 @@ void *kerv_request_thread(void *) {
     }
     kerv_thread_settled();
     for (;;) {
-        struct req *req = appReqDequeue();
-        if (req == nullptr)
+        /* A host whose output is backed up is looked at again when its stall time runs
+           out, even if nothing else comes; otherwise the worker sleeps until work comes. */
+        struct req *req = appReqDequeue(kerv_host_stall_left_ms());
+        if (req == nullptr) {
+            kerv_host_stall_check();
             continue;
+        }
         GatheredLines lines;
         KERV_DBG(" Listen request from fd = [%d]", req->fd);
         run_request(&worker, req);
