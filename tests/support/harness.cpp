@@ -410,6 +410,14 @@ unsigned long Daemon::unsent_to_host() const {
     return 0;
 }
 
+bool Daemon::holds_host() const {
+    /* The daemon's end of a host connection it has not closed: established or close-wait. */
+    for (const SocketRow &row : sockets_on("/proc/net/tcp", tcp_port_))
+        if (row.state == "01" || row.state == "08")
+            return true;
+    return false;
+}
+
 std::string Daemon::output() const {
     return read_file(output_path_);
 }

@@ -112,6 +112,8 @@ class Daemon {
     bool alive() const;
     /* Bytes the daemon has written to its TCP host that the host has not taken. */
     unsigned long unsent_to_host() const;
+    /* True while the daemon still holds a host connection open. */
+    bool holds_host() const;
     unsigned int tcp_port() const { return tcp_port_; }
     unsigned int urc_port() const { return urc_port_; }
     const std::string &socket_path() const { return socket_path_; }

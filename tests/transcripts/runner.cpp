@@ -200,6 +200,10 @@ class Player {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::stol(line.rest)));
         } else if (line.keyword == "hangup" || line.keyword == "reconnect") {
             host_.reset();
+            /* What follows finds the daemon without a host. */
+            if (line.keyword == "hangup" && daemon_) {
+                EXPECT_TRUE(e2e::eventually([&] { return !daemon_->holds_host(); }));
+            }
             if (line.keyword == "reconnect")
                 host_.emplace(daemon_->tcp_port());
         } else if (line.keyword == "eof") {
