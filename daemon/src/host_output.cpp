@@ -29,9 +29,10 @@ int cut_off_fd = -1;
 struct stall_clock {
     int fd;
     long long since;
-    bool pending; /* output was left waiting at the last look */
+    bool pending;         /* output was left waiting at the last look */
+    long long written_at; /* the last write to the host */
 };
-stall_clock stall = {-1, -1, false};
+stall_clock stall = {-1, -1, false, 0};
 
 /* Output the host has not taken, or room left in its receive window, that counts as backed
    up. A host that reads takes an answer within milliseconds and keeps its window open; a
@@ -53,7 +54,7 @@ long peer_window(int fd) {
 /* Starts the host's clock if it is not running; how long it has run. */
 long long stalled_for(int fd, long long now) {
     if (stall.fd != fd || stall.since < 0)
-        stall = {fd, now, true};
+        stall = {fd, now, true, stall.written_at};
     return now - stall.since;
 }
 
@@ -80,7 +81,7 @@ void look_at_output(int fd, int stall_ms) {
     if (ioctl(fd, TIOCOUTQ, &queued) != 0)
         queued = 0;
     if (queued == 0 || (queued <= kBackedUpBytes && peer_window(fd) >= kBackedUpBytes)) {
-        stall = {fd, -1, queued > 0};
+        stall = {fd, -1, queued > 0, stall.written_at};
         return;
     }
     if (stalled_for(fd, kal_now_ms()) >= stall_ms)
@@ -148,20 +149,26 @@ void kerv_host_write(int fd, const void *buf, size_t len) {
         }
     }
     look_at_output(fd, stall_ms);
+    stall.written_at = kal_now_ms();
 }
 
 int kerv_host_stall_left_ms() {
     if (stall.fd < 0 || stall.fd == cut_off_fd || (stall.since < 0 && !stall.pending))
         return -1;
-    if (stall.since < 0)
-        return stall_time_ms();
-    const long long left = stall.since + stall_time_ms() - kal_now_ms();
+    const long long since = stall.since < 0 ? stall.written_at : stall.since;
+    const long long left = since + stall_time_ms() - kal_now_ms();
     return left > 0 ? static_cast<int>(left) : 0;
 }
 
 void kerv_host_stall_check() {
-    if (stall.fd >= 0 && stall.fd != cut_off_fd)
-        look_at_output(stall.fd, stall_time_ms());
+    if (stall.fd < 0 || stall.fd == cut_off_fd)
+        return;
+    const int stall_ms = stall_time_ms();
+    look_at_output(stall.fd, stall_ms);
+    /* Output still waits a whole stall time after the last write: the host has not taken
+       it, whatever its window says (or where the kernel does not tell the window). */
+    if (stall.fd != cut_off_fd && stall.pending && kal_now_ms() - stall.written_at >= stall_ms)
+        give_up(stall.fd, stall_ms);
 }
 
 bool kerv_host_cut_off(int fd) {
@@ -172,5 +179,5 @@ void kerv_host_forget(int fd) {
     if (fd == cut_off_fd)
         cut_off_fd = -1;
     if (fd == stall.fd)
-        stall = {-1, -1, false};
+        stall = {-1, -1, false, 0};
 }
