@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
@@ -12,7 +11,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -90,11 +88,8 @@ TEST_F(Availability, ReconnectStormDuringAModemWaitKeepsDescriptorsFlat) {
     int most = 0;
     for (int i = 0; i < 500; i++) {
         const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-        sockaddr_in address = {AF_INET,
-                               htons(static_cast<uint16_t>(daemon->tcp_port())),
-                               {htonl(INADDR_LOOPBACK)},
-                               {}};
-        connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
+        const sockaddr_in address = loopback(daemon->tcp_port());
+        connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
         close(fd);
     }
     /* The daemon takes the storm from its listen backlog meanwhile. */
@@ -141,9 +136,9 @@ TEST_F(Availability, OnlyTheModemDaemonsOwnDatagramIsTheAnswer) {
     fake.data_len = static_cast<uint32_t>(text.size());
     memcpy(fake.data, text.data(), text.size());
     const int stranger = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address = {AF_INET, htons(asked.sender_port), {htonl(INADDR_LOOPBACK)}, {}};
+    const sockaddr_in address = loopback(asked.sender_port);
     sendto(stranger, &fake, MODEM_RESPONSE_HEADER_SIZE + text.size(), 0,
-           reinterpret_cast<sockaddr *>(&address), sizeof(address));
+           reinterpret_cast<const sockaddr *>(&address), sizeof(address));
     close(stranger);
     EXPECT_EQ(host.read_like("AT+CPIN?\r" + kSimPin), "AT+CPIN?\r" + kSimPin);
 }
@@ -213,10 +208,8 @@ TEST(KervctlTrust, ControlSocketOfAnotherUnprivilegedUserIsNotObeyed) {
         if (setgid(65534) != 0 || setuid(65534) != 0)
             _exit(1);
         const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-        bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
+        const sockaddr_un address = control_address(path);
+        bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
         listen(fd, 1);
         const int client = accept(fd, nullptr, nullptr);
         char request[KERV_REQUEST_WIRE_MAX];

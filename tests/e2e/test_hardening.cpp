@@ -9,7 +9,6 @@
 #include <poll.h>
 #include <thread>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace e2e {
@@ -20,28 +19,11 @@ const std::string kEchoOn = "ATE1\r\r\nOK\r\n";
 const std::string kLongLine = "ATE1" + std::string(1000, ' ') + "\r";
 const std::string kLongAnswer = kLongLine + "\r\nOK\r\n";
 
-/* A control client that has connected and sent nothing yet. */
-int connect_control(const std::string &path) {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-    return fd;
-}
-
-/* Everything the daemon writes on fd until it closes it ("<open>" if it does not). */
-std::string read_to_end(int fd, std::chrono::milliseconds patience) {
-    std::string got;
-    char buf[4096];
+/* True when the daemon closes fd without a word within patience. */
+bool closed_silently(int fd, std::chrono::milliseconds patience) {
+    char byte;
     pollfd watched = {fd, POLLIN, 0};
-    while (poll(&watched, 1, static_cast<int>(patience.count())) > 0) {
-        const ssize_t n = read(fd, buf, sizeof(buf));
-        if (n <= 0)
-            return got;
-        got.append(buf, static_cast<size_t>(n));
-    }
-    return "<open>";
+    return poll(&watched, 1, static_cast<int>(patience.count())) == 1 && read(fd, &byte, 1) == 0;
 }
 
 struct Hardening : testing::Test {
@@ -72,13 +54,6 @@ struct Hardening : testing::Test {
                 host->send(kLongLine);
         });
     }
-    kervRequest_t app(u_int16_t cmd, const char *arg0 = nullptr) {
-        kervRequest_t reply = {};
-        EXPECT_TRUE(unpack_reply(control_exchange(daemon->socket_path(),
-                                                  packed_request(KERV_REQUEST_TYPE_APP, cmd, arg0)),
-                                 &reply));
-        return reply;
-    }
     TempDir dir;
     FakeModem modem;
     DaemonOptions options;
@@ -108,14 +83,11 @@ TEST_F(Hardening, StopCutsOffAHostThatStoppedReading) {
         unsent = now;
         return unchanged == 10;
     }));
-    EXPECT_EQ(
-        control_exchange(daemon->socket_path(),
-                         packed_request(KERV_REQUEST_TYPE_APP, KERV_REQUEST_CMD_STOP, nullptr)),
-        "");
+    EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_STOP), "");
     flooding = false;
     flood_urcs.join();
     /* The worker is free again: a reload is answered. */
-    EXPECT_STREQ(app(KERV_REQUEST_CMD_RELOAD).arg[0], "RELOAD...");
+    EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_RELOAD), "RELOAD...");
 }
 
 TEST_F(Hardening, HostThatResumesReadingInTimeLosesNothing) {
@@ -128,7 +100,7 @@ TEST_F(Hardening, HostThatResumesReadingInTimeLosesNothing) {
     std::string expected;
     for (int i = 0; i < kLines; i++)
         expected += kLongAnswer;
-    EXPECT_TRUE(host->read_exactly(expected.size()) == expected);
+    EXPECT_TRUE(host->read_like(expected) == expected);
     sender.join();
     host->send("ATE1\r");
     EXPECT_EQ(host->read_like(kEchoOn), kEchoOn);
@@ -139,11 +111,12 @@ TEST_F(Hardening, SilentControlClientsDoNotDelayAnotherClientsRequest) {
     const int silent[3] = {connect_control(daemon->socket_path()),
                            connect_control(daemon->socket_path()),
                            connect_control(daemon->socket_path())};
-    EXPECT_STREQ(app(KERV_REQUEST_CMD_GEN_HASH, "+CSQ").arg[0],
-                 "hash_value1=[5071], hash_value2=[0]");
+    EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_GEN_HASH, "+CSQ"),
+              "hash_value1=[5071], hash_value2=[0]");
     /* Answered while the silent ones are still waited for, not after their time-out. */
     for (const int fd : silent) {
-        EXPECT_EQ(read_to_end(fd, 0ms), "<open>");
+        pollfd watched = {fd, POLLIN, 0};
+        EXPECT_EQ(poll(&watched, 1, 0), 0) << "answered or closed";
         close(fd);
     }
 }
@@ -163,7 +136,7 @@ TEST_F(Hardening, ReloadsBeyondTheBoundAreRefusedAtOnceWhileTheWorkerIsBusy) {
         const int fd = connect_control(daemon->socket_path());
         send(fd, reload.data(), reload.size(), MSG_NOSIGNAL);
         /* Beyond the bound a RELOAD ends at once, without a reply. */
-        if (read_to_end(fd, 50ms) == "") {
+        if (closed_silently(fd, 50ms)) {
             refused++;
             close(fd);
         } else {
@@ -173,12 +146,12 @@ TEST_F(Hardening, ReloadsBeyondTheBoundAreRefusedAtOnceWhileTheWorkerIsBusy) {
     EXPECT_GT(refused, 0);
     EXPECT_FALSE(held.empty());
     /* Other requests are still served while the worker is busy... */
-    EXPECT_STREQ(app(KERV_REQUEST_CMD_GEN_HASH, "+CSQ").arg[0],
-                 "hash_value1=[5071], hash_value2=[0]");
+    EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_GEN_HASH, "+CSQ"),
+              "hash_value1=[5071], hash_value2=[0]");
     /* ...and the held ones are answered once it is free. */
     for (const int fd : held) {
         kervRequest_t reply;
-        EXPECT_TRUE(unpack_reply(read_to_end(fd, kPatience), &reply));
+        EXPECT_TRUE(unpack_reply(Host::on(fd).read_for(kPatience), &reply));
         close(fd);
     }
 }

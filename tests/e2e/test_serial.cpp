@@ -10,21 +10,27 @@
 namespace e2e {
 namespace {
 
+DaemonOptions serial_on(const std::string &device) {
+    DaemonOptions options;
+    options.store["KERV_LISTEN_TYPE"] = "1";
+    options.serial_device = device;
+    return options;
+}
+
+/* The host on fd is answered. */
+void expect_echo_on(int fd) {
+    Host host = Host::on(fd);
+    host.send("ATE1\r");
+    EXPECT_EQ(host.read_like("ATE1\r\r\nOK\r\n"), "ATE1\r\r\nOK\r\n");
+}
+
 struct Serial : testing::Test {
     void SetUp() override {
         ASSERT_EQ(tcgetattr(pty.slave, &before), 0);
         ASSERT_TRUE(before.c_lflag & ICANON); /* a fresh pty is cooked */
-        DaemonOptions options;
-        options.store["KERV_LISTEN_TYPE"] = "1";
-        options.serial_device = pty.device;
-        daemon = std::make_unique<Daemon>(dir, modem, options);
+        daemon = std::make_unique<Daemon>(dir, modem, serial_on(pty.device));
         ASSERT_TRUE(daemon->start()) << daemon->output();
         ASSERT_TRUE(pty.wait_opened()) << daemon->output();
-    }
-    std::string stop() {
-        return control_exchange(
-            daemon->socket_path(),
-            packed_request(KERV_REQUEST_TYPE_APP, KERV_REQUEST_CMD_STOP, nullptr));
     }
     TempDir dir;
     FakeModem modem;
@@ -49,7 +55,7 @@ TEST_F(Serial, DeviceIsRawAt115200WithoutSignalOrFlowCharactersUntilStopRestores
     EXPECT_EQ(cfgetispeed(&raw), static_cast<speed_t>(B115200));
     EXPECT_EQ(cfgetospeed(&raw), static_cast<speed_t>(B115200));
 
-    EXPECT_EQ(stop(), "");
+    EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_STOP), "");
     struct termios after;
     ASSERT_EQ(tcgetattr(pty.slave, &after), 0);
     EXPECT_EQ(after.c_lflag, before.c_lflag);
@@ -65,14 +71,12 @@ TEST_F(Serial, DeviceIsRawAt115200WithoutSignalOrFlowCharactersUntilStopRestores
 }
 
 TEST_F(Serial, EndOfDeviceClosesTheChannelAndTheDaemonGoesOn) {
-    Host host = Host::on(pty.master);
-    host.send("ATE1\r");
-    EXPECT_EQ(host.read_like("ATE1\r\r\nOK\r\n"), "ATE1\r\r\nOK\r\n");
+    expect_echo_on(pty.master);
     close(pty.master);
     pty.master = -1;
     EXPECT_TRUE(daemon->wait_output("UART disconnect")) << daemon->output();
     /* A STOP now finds nothing to close; the control socket still answers. */
-    EXPECT_EQ(stop(), "");
+    EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_STOP), "");
     EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_GEN_HASH, "E"),
               "hash_value1=[5], hash_value2=[0]");
     EXPECT_TRUE(daemon->alive());
@@ -86,15 +90,12 @@ TEST(SerialReopen, AfterAHangUpTheReturningDeviceIsServedAgain) {
     auto first = std::make_unique<Pty>();
     const std::string link = dir.file("ttyGS0");
     ASSERT_EQ(symlink(first->device.c_str(), link.c_str()), 0);
-    DaemonOptions options;
-    options.store["KERV_LISTEN_TYPE"] = "1";
+    DaemonOptions options = serial_on(link);
     options.store["KERV_SERIAL_REOPEN"] = "1";
-    options.serial_device = link;
     Daemon daemon(dir, modem, options);
     ASSERT_TRUE(daemon.start()) << daemon.output();
     ASSERT_TRUE(first->wait_opened()) << daemon.output();
-    Host::on(first->master).send("ATE1\r");
-    EXPECT_EQ(Host::on(first->master).read_like("ATE1\r\r\nOK\r\n"), "ATE1\r\r\nOK\r\n");
+    expect_echo_on(first->master);
 
     first.reset(); /* the hang-up */
     Pty second;
@@ -102,18 +103,13 @@ TEST(SerialReopen, AfterAHangUpTheReturningDeviceIsServedAgain) {
     ASSERT_EQ(symlink(second.device.c_str(), next_link.c_str()), 0);
     ASSERT_EQ(rename(next_link.c_str(), link.c_str()), 0);
     ASSERT_TRUE(second.wait_opened()) << daemon.output();
-    Host host = Host::on(second.master);
-    host.send("ATE1\r");
-    EXPECT_EQ(host.read_like("ATE1\r\r\nOK\r\n"), "ATE1\r\r\nOK\r\n") << daemon.output();
+    expect_echo_on(second.master);
 }
 
 TEST(SerialMissing, DaemonRunsOnWithoutAChannel) {
     TempDir dir;
     FakeModem modem;
-    DaemonOptions options;
-    options.store["KERV_LISTEN_TYPE"] = "1";
-    options.serial_device = dir.file("ttyNONE");
-    Daemon daemon(dir, modem, options);
+    Daemon daemon(dir, modem, serial_on(dir.file("ttyNONE")));
     ASSERT_TRUE(daemon.start());
     EXPECT_TRUE(daemon.wait_output("fail to start up listen channel.\n")) << daemon.output();
     EXPECT_TRUE(daemon.alive());

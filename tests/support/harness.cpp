@@ -129,22 +129,19 @@ std::vector<SocketRow> sockets_on(const char *table_path, unsigned int port) {
     return rows;
 }
 
-/* A process that is gone or only waits to be reaped by its parent has ended. */
-bool thread_running(const std::string &stat_path) {
-    const std::string stat = read_file(stat_path);
-    const size_t state_at = stat.rfind(')');
-    return state_at != std::string::npos && state_at + 2 < stat.size() &&
-           stat[state_at + 2] != 'Z' && stat[state_at + 2] != 'X';
-}
-
 /* The main thread of a dying daemon is a zombie while its other threads still hold every
-   descriptor (the control socket among them): running until the last thread has gone. */
+   descriptor (the control socket among them): running until the last thread has gone, or
+   only waits to be reaped by its parent. */
 bool process_running(pid_t pid) {
     std::error_code error;
     const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
-    for (const auto &task : std::filesystem::directory_iterator(tasks, error))
-        if (thread_running(task.path().string() + "/stat"))
+    for (const auto &task : std::filesystem::directory_iterator(tasks, error)) {
+        const std::string stat = read_file(task.path().string() + "/stat");
+        const size_t state_at = stat.rfind(')') + 2; /* npos wraps round to 1 */
+        if (state_at > 1 && state_at < stat.size() && stat[state_at] != 'Z' &&
+            stat[state_at] != 'X')
             return true;
+    }
     return false;
 }
 
@@ -445,10 +442,10 @@ Host::Host(unsigned int port) {
     }
 }
 
-Host Host::on(int fd) {
+Host Host::on(int fd, bool owned) {
     Host host;
     host.fd_ = fd;
-    host.owned_ = false;
+    host.owned_ = owned;
     return host;
 }
 
@@ -503,20 +500,28 @@ void send_urc(unsigned int port, const std::string &bytes) {
     });
 }
 
-std::string control_exchange(const std::string &socket_path, const std::string &bytes) {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+sockaddr_un control_address(const std::string &socket_path) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     strncpy(address.sun_path, socket_path.c_str(), sizeof(address.sun_path) - 1);
-    std::string reply = "<no connection>";
-    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0 &&
-        (bytes.empty() || write(fd, bytes.data(), bytes.size()) >= 0)) {
-        shutdown(fd, SHUT_WR); /* all of the request is sent */
-        Host reader = Host::on(fd);
-        reply = reader.read_for(kPatience);
-    }
+    return address;
+}
+
+int connect_control(const std::string &socket_path) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address = control_address(socket_path);
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
+        return fd;
     close(fd);
-    return reply;
+    return -1;
+}
+
+std::string control_exchange(const std::string &socket_path, const std::string &bytes) {
+    Host client = Host::owning(connect_control(socket_path));
+    if (!client.connected() || (!bytes.empty() && write(client.fd(), bytes.data(), bytes.size()) < 0))
+        return "<no connection>";
+    shutdown(client.fd(), SHUT_WR); /* all of the request is sent */
+    return client.read_for(kPatience);
 }
 
 std::string packed_request(u_int16_t type, u_int16_t cmd, const char *arg0) {

@@ -22,6 +22,7 @@
 #include <netinet/in.h>
 #include <string>
 #include <sys/types.h>
+#include <sys/un.h>
 #include <vector>
 
 namespace e2e {
@@ -145,8 +146,9 @@ class Host {
   public:
     /* Connects to 127.0.0.1:port, retrying while the daemon is not listening yet. */
     explicit Host(unsigned int port);
-    /* Uses an open descriptor (not owned). */
-    static Host on(int fd);
+    /* Uses an open descriptor (not owned), or takes it over (owning). */
+    static Host on(int fd, bool owned = false);
+    static Host owning(int fd) { return on(fd, true); }
     ~Host();
     Host(Host &&other) noexcept : fd_(other.fd_), owned_(other.owned_) { other.fd_ = -1; }
     bool connected() const { return fd_ >= 0; }
@@ -154,8 +156,7 @@ class Host {
     /* Reads until count bytes have come, the connection ends or quiet passes without a
        byte. */
     std::string read_until(size_t count, std::chrono::milliseconds quiet);
-    std::string read_exactly(size_t count) { return read_until(count, kPatience); }
-    std::string read_like(const std::string &expected) { return read_exactly(expected.size()); }
+    std::string read_like(const std::string &expected) { return read_until(expected.size(), kPatience); }
     std::string read_for(std::chrono::milliseconds quiet) { return read_until(SIZE_MAX, quiet); }
     void close();
     int fd() const { return fd_; }
@@ -173,6 +174,9 @@ bool tcp_accepts(unsigned int port);
 bool udp_bound(unsigned int port);
 void send_urc(unsigned int port, const std::string &bytes);
 
+sockaddr_un control_address(const std::string &socket_path);
+/* A control client that has connected and sent nothing yet; -1 when none connects. */
+int connect_control(const std::string &socket_path);
 /* One control exchange: sends the raw bytes, returns everything the daemon wrote back
    before closing. */
 std::string control_exchange(const std::string &socket_path, const std::string &bytes);

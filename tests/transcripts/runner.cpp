@@ -302,7 +302,7 @@ class Player {
         if (!expected_bytes_.empty()) {
             const std::string got = mode_ == Mode::engine
                                         ? host_->read_for(0ms)
-                                        : host_->read_exactly(expected_bytes_.size());
+                                        : host_->read_like(expected_bytes_);
             EXPECT_EQ(escape(got), escape(expected_bytes_));
         }
         if (mode_ != Mode::engine)
