@@ -174,10 +174,20 @@ e2e::DaemonOptions soak_options(int debug_level, const std::string &serial_devic
     return options;
 }
 
+/* True when a TCP connection to 127.0.0.1:port is accepted (one try). */
+bool tcp_accepts(unsigned int port) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = e2e::loopback(port);
+    const bool accepted =
+        connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+    close(fd);
+    return accepted;
+}
+
 /* Starts daemon and waits until it takes URCs and, on TCP, hosts. */
 bool start_kervd(e2e::Daemon &daemon, bool serial = false) {
     return daemon.start() && e2e::eventually([&] {
-               return (serial || e2e::tcp_accepts(daemon.tcp_port())) &&
+               return (serial || tcp_accepts(daemon.tcp_port())) &&
                       e2e::udp_bound(daemon.urc_port());
            });
 }

@@ -1,6 +1,6 @@
 /* The service stays up for everybody and obeys only its own: hosts that leave, stall or
    storm, strangers on loopback, a full standard output, odd files at start-up. */
-#include "harness.h"
+#include "daemon_test.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,6 @@
 namespace e2e {
 namespace {
 
-const std::string kEchoOn = "ATE1\r\r\nOK\r\n";
 const std::string kSimPin = "\r\n+CPIN: SIM PIN\r\n\r\nOK\r\n";
 
 int open_fds(pid_t pid) {
@@ -26,21 +25,13 @@ int open_fds(pid_t pid) {
     return static_cast<int>(std::distance(fds, std::filesystem::directory_iterator()));
 }
 
-/* A host connected now is answered at once. */
-void expect_served(unsigned int port) {
-    Host host(port);
-    host.send("ATE1\r");
-    EXPECT_EQ(host.read_like(kEchoOn), kEchoOn);
-}
-
-struct Availability : testing::Test {
+struct Availability : DaemonTest {
     void start() {
         modem.add_rule({"AT+SLOW", 0, "@delay=500 \r\nOK\r\n"});
         modem.add_rule({"AT+WAIT", 0, "@delay=3000 \r\nOK\r\n"});
         modem.add_rule({"AT+BIG", 0, "\r\n+BIG: " + std::string(2000, 'x') + "\r\n\r\nOK\r\n"});
         modem.add_rule({"AT+CPIN?", 0, "@delay=1000 " + kSimPin});
-        daemon = std::make_unique<Daemon>(dir, modem, options);
-        ASSERT_TRUE(daemon->start()) << daemon->output();
+        start_daemon();
     }
     /* 300 lines in one write, the first of them running on a slow modem daemon. */
     std::unique_ptr<Host> host_with_lines_queued() {
@@ -53,25 +44,18 @@ struct Availability : testing::Test {
         modem.take_requests();
         return host;
     }
-    TempDir dir;
-    FakeModem modem;
-    DaemonOptions options;
-    std::unique_ptr<Daemon> daemon;
 };
 
-TEST_F(Availability, HostThatResetsTakesItsQueuedLinesAlong) {
+TEST_F(Availability, AHostsQueuedLinesLeaveWithTheHostOrTheChannel) {
     start();
     auto host = host_with_lines_queued();
     const linger reset = {1, 0};
     setsockopt(host->fd(), SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
     host->close();
-    expect_served(daemon->tcp_port()); /* once the running command ends */
+    expect_served(Host(daemon->tcp_port())); /* once the running command ends */
     EXPECT_LE(modem.take_requests().size(), 1u);
-}
 
-TEST_F(Availability, NothingReachesTheModemAfterAStopReturns) {
-    start();
-    auto host = host_with_lines_queued();
+    host = host_with_lines_queued();
     EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_STOP), "");
     modem.take_requests();
     EXPECT_FALSE(modem.wait_requests(1, 1500)); /* three of the slow modem's answers */
@@ -116,7 +100,7 @@ TEST_F(Availability, HostThatSendsSlowlyAndNeverReadsIsCutOff) {
         send(host.fd(), "AT+BIG\r", 7, MSG_NOSIGNAL);
         std::this_thread::sleep_for(100ms);
     }
-    expect_served(daemon->tcp_port());
+    expect_served(Host(daemon->tcp_port()));
     EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_RELOAD), "RELOAD...");
 }
 
@@ -127,18 +111,12 @@ TEST_F(Availability, OnlyTheModemDaemonsOwnDatagramIsTheAnswer) {
     ASSERT_TRUE(modem.wait_requests(1));
     const modemd_stub::Request asked = modem.take_requests().front();
     /* A stranger's answer with the right token, sent to the waiting exchange socket. */
-    const std::string text = "\r\n+CPIN: READY\r\n\r\nOK\r\n";
-    Modem_Response_t fake = {};
-    fake.magic = MODEM_REQUEST_MAGIC;
-    fake.token = asked.token;
-    fake.target = asked.target;
-    fake.response_id = fake.request_id = asked.request_id;
-    fake.data_len = static_cast<uint32_t>(text.size());
-    memcpy(fake.data, text.data(), text.size());
+    const std::string fake =
+        modemd_stub::answer_datagram(asked, MODEM_RET_OK, "\r\n+CPIN: READY\r\n\r\nOK\r\n");
     const int stranger = socket(AF_INET, SOCK_DGRAM, 0);
     const sockaddr_in address = loopback(asked.sender_port);
-    sendto(stranger, &fake, MODEM_RESPONSE_HEADER_SIZE + text.size(), 0,
-           reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+    sendto(stranger, fake.data(), fake.size(), 0, reinterpret_cast<const sockaddr *>(&address),
+           sizeof(address));
     close(stranger);
     EXPECT_EQ(host.read_like("AT+CPIN?\r" + kSimPin), "AT+CPIN?\r" + kSimPin);
 }
@@ -161,24 +139,19 @@ TEST_F(Availability, SigtermEndsTheDaemonWhoseStandardOutputIsFull) {
 
 TEST_F(Availability, PidPathThatIsNoRegularFileIsLeftAloneAndTheDaemonRuns) {
     const std::string target = dir.file("precious");
-    const struct {
-        const char *name;
-        std::function<int(const std::string &)> make;
-    } cases[] = {
-        {"fifo", [](const std::string &path) { return mkfifo(path.c_str(), 0644); }},
-        {"symlink", [&](const std::string &path) { return symlink(target.c_str(), path.c_str()); }},
-    };
-    for (const auto &c : cases) {
+    for (const bool fifo : {true, false}) {
         write_file(target, "precious\n");
         FakeModem stand_in;
         Daemon one(dir, stand_in, {});
         unlink(one.pid_path().c_str());
-        ASSERT_EQ(c.make(one.pid_path()), 0) << c.name;
-        ASSERT_TRUE(one.start()) << c.name << one.output();
-        expect_served(one.tcp_port());
+        ASSERT_EQ(fifo ? mkfifo(one.pid_path().c_str(), 0644)
+                       : symlink(target.c_str(), one.pid_path().c_str()),
+                  0);
+        ASSERT_TRUE(one.start()) << fifo << one.output();
+        expect_served(Host(one.tcp_port()));
         EXPECT_NE(one.output().find("Can't open pidfile " + one.pid_path()), std::string::npos)
-            << c.name;
-        EXPECT_EQ(read_file(target), "precious\n") << c.name;
+            << fifo;
+        EXPECT_EQ(read_file(target), "precious\n") << fifo;
         one.stop();
         unlink(dir.file("kervd.out").c_str());
     }
@@ -192,7 +165,7 @@ TEST_F(Availability, StandardInputClosedAtStartIsOpenOnDevNullAndTheHostIsServed
     EXPECT_EQ(
         std::filesystem::read_symlink("/proc/" + std::to_string(daemon->pid()) + "/fd/0", error),
         "/dev/null");
-    expect_served(daemon->tcp_port());
+    expect_served(Host(daemon->tcp_port()));
 }
 
 TEST(KervctlTrust, ControlSocketOfAnotherUnprivilegedUserIsNotObeyed) {

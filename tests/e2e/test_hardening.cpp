@@ -1,6 +1,5 @@
-/* Hostile and broken peers: hosts that stop reading, silent or crowding control clients,
-   plug-ins that cannot be bound. */
-#include "harness.h"
+/* Hostile and broken peers: hosts that stop reading, silent or crowding control clients. */
+#include "daemon_test.h"
 
 #include <gtest/gtest.h>
 
@@ -14,11 +13,6 @@
 namespace e2e {
 namespace {
 
-const std::string kEchoOn = "ATE1\r\r\nOK\r\n";
-/* A line whose echoed answer is about a kilobyte: "ATE1" ignores the blanks after it. */
-const std::string kLongLine = "ATE1" + std::string(1000, ' ') + "\r";
-const std::string kLongAnswer = kLongLine + "\r\nOK\r\n";
-
 /* True when the daemon closes fd without a word within patience. */
 bool closed_silently(int fd, std::chrono::milliseconds patience) {
     char byte;
@@ -26,45 +20,15 @@ bool closed_silently(int fd, std::chrono::milliseconds patience) {
     return poll(&watched, 1, static_cast<int>(patience.count())) == 1 && read(fd, &byte, 1) == 0;
 }
 
-struct Hardening : testing::Test {
-    void start() {
-        options.store["KERV_URC_LISTEN_ENABLE"] = "1";
-        daemon = std::make_unique<Daemon>(dir, modem, options);
-        ASSERT_TRUE(daemon->start()) << daemon->output();
-        ASSERT_TRUE(eventually([&] { return udp_bound(daemon->urc_port()); }));
-    }
-    /* A host answered once, then left unread. Its receive buffer is kept from growing (to
-       megabytes on loopback), so that it fills soon; not much smaller, though: a buffer
-       that cannot hold a few of loopback's 64 KB segments drops them, and the daemon's
-       retransmissions back off for tens of seconds with its writes long done. */
-    std::unique_ptr<Host> answered_host() {
-        auto host = std::make_unique<Host>(daemon->tcp_port());
-        const int window = 1024 * 1024;
-        setsockopt(host->fd(), SOL_SOCKET, SO_RCVBUF, &window, sizeof(window));
-        host->send("ATE1\r");
-        EXPECT_EQ(host->read_like(kEchoOn), kEchoOn);
-        return host;
-    }
-    /* Answers pile up unsent on the daemon's side: the host has stopped taking them. */
-    bool backed_up() { return daemon->unsent_to_host() > 64 * 1024; }
-    /* Keeps the worker writing to a host that does not read, until it is cut off. */
-    std::thread flood(Host *host, int lines) {
-        return std::thread([host, lines] {
-            for (int i = 0; i < lines; i++)
-                host->send(kLongLine);
-        });
-    }
-    TempDir dir;
-    FakeModem modem;
-    DaemonOptions options;
-    std::unique_ptr<Daemon> daemon;
-};
+using Hardening = DaemonTest;
 
 /* STOP cuts off a host whose worker waits for room to write; the stall rule would only
    do so long after the test's deadline. */
 TEST_F(Hardening, StopCutsOffAHostThatStoppedReading) {
     ScopedSetting no_stall_cut_off("KERVD_HOST_STALL_MS", "60000");
-    start();
+    options.store["KERV_URC_LISTEN_ENABLE"] = "1";
+    start_daemon();
+    ASSERT_TRUE(eventually([&] { return udp_bound(daemon->urc_port()); }));
     Host host(daemon->tcp_port()); /* its receive buffer left to grow as it will */
     host.send("ATE1\r");
     ASSERT_EQ(host.read_like(kEchoOn), kEchoOn);
@@ -90,41 +54,38 @@ TEST_F(Hardening, StopCutsOffAHostThatStoppedReading) {
     EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_RELOAD), "RELOAD...");
 }
 
+/* The host's receive buffer is kept from growing (to megabytes on loopback), so that it
+   fills soon; not much smaller, though: a buffer that cannot hold a few of loopback's 64 KB
+   segments drops them, and the daemon's retransmissions back off for tens of seconds with
+   its writes long done. */
 TEST_F(Hardening, HostThatResumesReadingInTimeLosesNothing) {
     ScopedSetting stall("KERVD_HOST_STALL_MS", "5000");
-    start();
-    auto host = answered_host();
-    constexpr int kLines = 6000; /* more answers than the connection holds */
-    std::thread sender = flood(host.get(), kLines);
-    EXPECT_TRUE(eventually([&] { return backed_up(); }, 6 * kPatience)); /* see above */
+    start_daemon();
+    Host host(daemon->tcp_port());
+    const int window = 1024 * 1024;
+    setsockopt(host.fd(), SOL_SOCKET, SO_RCVBUF, &window, sizeof(window));
+    expect_served(Host::on(host.fd()));
+    /* Lines whose echoed answers are about a kilobyte ("ATE1" ignores the blanks after it),
+       more of them than the connection holds, sent while the host does not read. */
+    const std::string line = "ATE1" + std::string(1000, ' ') + "\r";
+    constexpr int kLines = 6000;
+    std::thread sender([&] {
+        for (int i = 0; i < kLines; i++)
+            host.send(line);
+    });
+    EXPECT_TRUE(eventually([&] { return daemon->unsent_to_host() > 64 * 1024; }, 6 * kPatience));
     std::string expected;
     for (int i = 0; i < kLines; i++)
-        expected += kLongAnswer;
-    EXPECT_TRUE(host->read_like(expected) == expected);
+        expected += line + "\r\nOK\r\n";
+    EXPECT_TRUE(host.read_like(expected) == expected);
     sender.join();
-    host->send("ATE1\r");
-    EXPECT_EQ(host->read_like(kEchoOn), kEchoOn);
+    expect_served(Host::on(host.fd()));
 }
 
-TEST_F(Hardening, SilentControlClientsDoNotDelayAnotherClientsRequest) {
-    start();
-    const int silent[3] = {connect_control(daemon->socket_path()),
-                           connect_control(daemon->socket_path()),
-                           connect_control(daemon->socket_path())};
-    EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_GEN_HASH, "+CSQ"),
-              "hash_value1=[5071], hash_value2=[0]");
-    /* Answered while the silent ones are still waited for, not after their time-out. */
-    for (const int fd : silent) {
-        pollfd watched = {fd, POLLIN, 0};
-        EXPECT_EQ(poll(&watched, 1, 0), 0) << "answered or closed";
-        close(fd);
-    }
-}
-
-TEST_F(Hardening, ReloadsBeyondTheBoundAreRefusedAtOnceWhileTheWorkerIsBusy) {
+TEST_F(Hardening, ControlRequestsAreServedOrRefusedAtOnceWhileTheWorkerIsBusy) {
     ScopedSetting wait("KERVD_MODEMD_WAIT_MS", "1000");
     modem.add_rule({"AT+CSQ", 0, "@delay=4000 \r\nOK\r\n"});
-    start();
+    start_daemon();
     Host host(daemon->tcp_port());
     host.send("AT+CSQ\r"); /* holds the worker while the modem takes its time */
     ASSERT_TRUE(modem.wait_requests(1));
@@ -145,9 +106,14 @@ TEST_F(Hardening, ReloadsBeyondTheBoundAreRefusedAtOnceWhileTheWorkerIsBusy) {
     }
     EXPECT_GT(refused, 0);
     EXPECT_FALSE(held.empty());
-    /* Other requests are still served while the worker is busy... */
+    /* Other requests are still served while the worker is busy, and while clients that
+       have sent nothing are still waited for, not after their time-out... */
+    const int silent = connect_control(daemon->socket_path());
     EXPECT_EQ(app_request(daemon->socket_path(), KERV_REQUEST_CMD_GEN_HASH, "+CSQ"),
               "hash_value1=[5071], hash_value2=[0]");
+    pollfd unanswered = {silent, POLLIN, 0};
+    EXPECT_EQ(poll(&unanswered, 1, 0), 0) << "answered or closed";
+    close(silent);
     /* ...and the held ones are answered once it is free. */
     for (const int fd : held) {
         kervRequest_t reply;
@@ -165,7 +131,7 @@ size_t gated_lines(const std::string &output) {
 TEST_F(Hardening, ARequestsLinesReachTheLogWhenASignalEndsTheDaemonMidway) {
     ScopedSetting one_long_wait("KERVD_MODEMD_WAIT_MS", "60000");
     modem.add_rule({"AT+CSQ", 0, "@silent"});
-    start();
+    start_daemon();
     Host host(daemon->tcp_port());
     const size_t before = gated_lines(daemon->output());
     host.send("AT+CSQ\r");

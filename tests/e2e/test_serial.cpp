@@ -1,5 +1,5 @@
 /* The serial channel on a pty: raw settings while open, the old ones restored on closing. */
-#include "harness.h"
+#include "daemon_test.h"
 
 #include <gtest/gtest.h>
 
@@ -17,25 +17,15 @@ DaemonOptions serial_on(const std::string &device) {
     return options;
 }
 
-/* The host on fd is answered. */
-void expect_echo_on(int fd) {
-    Host host = Host::on(fd);
-    host.send("ATE1\r");
-    EXPECT_EQ(host.read_like("ATE1\r\r\nOK\r\n"), "ATE1\r\r\nOK\r\n");
-}
-
-struct Serial : testing::Test {
+struct Serial : DaemonTest {
     void SetUp() override {
         ASSERT_EQ(tcgetattr(pty.slave, &before), 0);
         ASSERT_TRUE(before.c_lflag & ICANON); /* a fresh pty is cooked */
-        daemon = std::make_unique<Daemon>(dir, modem, serial_on(pty.device));
-        ASSERT_TRUE(daemon->start()) << daemon->output();
+        options = serial_on(pty.device);
+        start_daemon();
         ASSERT_TRUE(pty.wait_opened()) << daemon->output();
     }
-    TempDir dir;
-    FakeModem modem;
     Pty pty;
-    std::unique_ptr<Daemon> daemon;
     struct termios before;
 };
 
@@ -71,7 +61,7 @@ TEST_F(Serial, DeviceIsRawAt115200WithoutSignalOrFlowCharactersUntilStopRestores
 }
 
 TEST_F(Serial, EndOfDeviceClosesTheChannelAndTheDaemonGoesOn) {
-    expect_echo_on(pty.master);
+    expect_served(Host::on(pty.master));
     close(pty.master);
     pty.master = -1;
     EXPECT_TRUE(daemon->wait_output("UART disconnect")) << daemon->output();
@@ -84,35 +74,32 @@ TEST_F(Serial, EndOfDeviceClosesTheChannelAndTheDaemonGoesOn) {
 
 /* With KERV_SERIAL_REOPEN the channel outlives a hang-up: the device (a link that the test
    points at a new pty, as a gadget port comes back after the cable) is opened again. */
-TEST(SerialReopen, AfterAHangUpTheReturningDeviceIsServedAgain) {
-    TempDir dir;
-    FakeModem modem;
+using SerialReopen = DaemonTest;
+TEST_F(SerialReopen, AfterAHangUpTheReturningDeviceIsServedAgain) {
     auto first = std::make_unique<Pty>();
     const std::string link = dir.file("ttyGS0");
     ASSERT_EQ(symlink(first->device.c_str(), link.c_str()), 0);
-    DaemonOptions options = serial_on(link);
+    options = serial_on(link);
     options.store["KERV_SERIAL_REOPEN"] = "1";
-    Daemon daemon(dir, modem, options);
-    ASSERT_TRUE(daemon.start()) << daemon.output();
-    ASSERT_TRUE(first->wait_opened()) << daemon.output();
-    expect_echo_on(first->master);
+    start_daemon();
+    ASSERT_TRUE(first->wait_opened()) << daemon->output();
+    expect_served(Host::on(first->master));
 
     first.reset(); /* the hang-up */
     Pty second;
     const std::string next_link = dir.file("ttyGS0.next");
     ASSERT_EQ(symlink(second.device.c_str(), next_link.c_str()), 0);
     ASSERT_EQ(rename(next_link.c_str(), link.c_str()), 0);
-    ASSERT_TRUE(second.wait_opened()) << daemon.output();
-    expect_echo_on(second.master);
+    ASSERT_TRUE(second.wait_opened()) << daemon->output();
+    expect_served(Host::on(second.master));
 }
 
-TEST(SerialMissing, DaemonRunsOnWithoutAChannel) {
-    TempDir dir;
-    FakeModem modem;
-    Daemon daemon(dir, modem, serial_on(dir.file("ttyNONE")));
-    ASSERT_TRUE(daemon.start());
-    EXPECT_TRUE(daemon.wait_output("fail to start up listen channel.\n")) << daemon.output();
-    EXPECT_TRUE(daemon.alive());
+using SerialMissing = DaemonTest;
+TEST_F(SerialMissing, DaemonRunsOnWithoutAChannel) {
+    options = serial_on(dir.file("ttyNONE"));
+    start_daemon();
+    EXPECT_TRUE(daemon->wait_output("fail to start up listen channel.\n")) << daemon->output();
+    EXPECT_TRUE(daemon->alive());
 }
 
 } // namespace

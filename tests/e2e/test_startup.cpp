@@ -1,5 +1,5 @@
 /* Start-up: banner, pid file and control socket. */
-#include "harness.h"
+#include "daemon_test.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 namespace e2e {
 namespace {
 
-TEST(StartUp, BannerOncePidWrittenOverTheOldTextAndStaleSocketReplaced) {
-    TempDir dir;
-    FakeModem modem;
+using StartUp = DaemonTest;
+
+TEST_F(StartUp, BannerOncePidWrittenOverTheOldTextAndStaleSocketReplaced) {
     Daemon daemon(dir, modem, {});
     write_file(daemon.socket_path(), "stale");
     write_file(daemon.pid_path(), "123456789012\n");
@@ -30,10 +30,7 @@ TEST(StartUp, BannerOncePidWrittenOverTheOldTextAndStaleSocketReplaced) {
               "hash_value1=[5], hash_value2=[0]");
 }
 
-TEST(StartUp, ControlSocketThatCannotBeBoundEndsStartWithStatus255) {
-    TempDir dir;
-    FakeModem modem;
-    DaemonOptions options;
+TEST_F(StartUp, ControlSocketThatCannotBeBoundEndsStartWithStatus255) {
     options.socket_path = dir.file("missing/kerv.socket"); /* no such directory */
     Daemon daemon(dir, modem, options);
     EXPECT_FALSE(daemon.start());

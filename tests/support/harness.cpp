@@ -482,12 +482,6 @@ void Host::close() {
     fd_ = -1;
 }
 
-bool tcp_accepts(unsigned int port) {
-    return on_loopback(SOCK_STREAM, port, [](int fd, sockaddr *address, socklen_t len) {
-        return connect(fd, address, len) == 0;
-    });
-}
-
 /* Read from the kernel's table: a probe that bound the port, even for a moment, would make
    a daemon's bind fail if it came just then, and the daemon would never take the port. */
 bool udp_bound(unsigned int port) {
@@ -517,8 +511,9 @@ int connect_control(const std::string &socket_path) {
 }
 
 std::string control_exchange(const std::string &socket_path, const std::string &bytes) {
-    Host client = Host::owning(connect_control(socket_path));
-    if (!client.connected() || (!bytes.empty() && write(client.fd(), bytes.data(), bytes.size()) < 0))
+    Host client = Host::on(connect_control(socket_path), true);
+    if (!client.connected() ||
+        (!bytes.empty() && write(client.fd(), bytes.data(), bytes.size()) < 0))
         return "<no connection>";
     shutdown(client.fd(), SHUT_WR); /* all of the request is sent */
     return client.read_for(kPatience);

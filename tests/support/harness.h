@@ -148,7 +148,6 @@ class Host {
     explicit Host(unsigned int port);
     /* Uses an open descriptor (not owned), or takes it over (owning). */
     static Host on(int fd, bool owned = false);
-    static Host owning(int fd) { return on(fd, true); }
     ~Host();
     Host(Host &&other) noexcept : fd_(other.fd_), owned_(other.owned_) { other.fd_ = -1; }
     bool connected() const { return fd_ >= 0; }
@@ -156,7 +155,9 @@ class Host {
     /* Reads until count bytes have come, the connection ends or quiet passes without a
        byte. */
     std::string read_until(size_t count, std::chrono::milliseconds quiet);
-    std::string read_like(const std::string &expected) { return read_until(expected.size(), kPatience); }
+    std::string read_like(const std::string &expected) {
+        return read_until(expected.size(), kPatience);
+    }
     std::string read_for(std::chrono::milliseconds quiet) { return read_until(SIZE_MAX, quiet); }
     void close();
     int fd() const { return fd_; }
@@ -168,8 +169,6 @@ class Host {
 };
 
 sockaddr_in loopback(unsigned int port);
-/* True when a TCP connection to 127.0.0.1:port is accepted (one try). */
-bool tcp_accepts(unsigned int port);
 /* True when a UDP socket holds the port. */
 bool udp_bound(unsigned int port);
 void send_urc(unsigned int port, const std::string &bytes);

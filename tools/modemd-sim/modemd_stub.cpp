@@ -146,6 +146,19 @@ std::string Stub::answer_text(const Request &request) {
     return fallback_;
 }
 
+std::string answer_datagram(const Request &request, uint32_t result, const std::string &text,
+                            int64_t data_len) {
+    Modem_Response_t header{};
+    header.magic = MODEM_REQUEST_MAGIC;
+    header.token = request.token;
+    header.target = request.target;
+    header.response_id = request.request_id;
+    header.request_id = request.request_id;
+    header.result = result;
+    header.data_len = static_cast<uint32_t>(data_len < 0 ? text.size() : data_len);
+    return std::string(reinterpret_cast<const char *>(&header), MODEM_RESPONSE_HEADER_SIZE) + text;
+}
+
 /* Called with the lock held. The answer for request, shaped by the settings and by the
    fault a rule's answer may start with (see Rule). */
 Stub::Plan Stub::plan(const Request &request) {
@@ -174,16 +187,7 @@ Stub::Plan Stub::plan(const Request &request) {
         plan.delay_ms = strtol(fault.c_str() + 6, nullptr, 10);
     else if (fault == "oversized")
         text.assign(2 * sizeof(Modem_Response_t), 'x');
-    Modem_Response_t header{};
-    header.magic = MODEM_REQUEST_MAGIC;
-    header.token = request.token;
-    header.target = request.target;
-    header.response_id = request.request_id;
-    header.request_id = request.request_id;
-    header.result = result_;
-    header.data_len = static_cast<uint32_t>(data_len_ < 0 ? text.size() : data_len_);
-    plan.datagram.assign(reinterpret_cast<const char *>(&header), MODEM_RESPONSE_HEADER_SIZE);
-    plan.datagram += text;
+    plan.datagram = answer_datagram(request, result_, text, data_len_);
     if (reply_ == Reply::short27)
         plan.datagram.resize(MODEM_RESPONSE_HEADER_SIZE - 1);
     return plan;

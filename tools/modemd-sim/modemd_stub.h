@@ -114,6 +114,11 @@ class Stub {
    error) when the file cannot be read or a line has no arrow. */
 bool load_rules(const char *path, std::vector<Rule> *rules);
 
+/* The answer a modem daemon gives request: its header (data_len < 0 counts the text), then
+   the text. */
+std::string answer_datagram(const Request &request, uint32_t result, const std::string &text,
+                            int64_t data_len = -1);
+
 /* Byte escapes shared with the transcript runner: \r \n \t \0 \\ \xHH. */
 std::string unescape(const std::string &text);
 std::string escape(const std::string &bytes);
