@@ -131,7 +131,10 @@ size_t gated_lines(const std::string &output) {
 TEST_F(Hardening, ARequestsLinesReachTheLogWhenASignalEndsTheDaemonMidway) {
     ScopedSetting one_long_wait("KERVD_MODEMD_WAIT_MS", "60000");
     modem.add_rule({"AT+CSQ", 0, "@silent"});
+    /* Start-up has printed all it prints once the URC receiver holds its port. */
+    options.store["KERV_URC_LISTEN_ENABLE"] = "1";
     start_daemon();
+    ASSERT_TRUE(eventually([&] { return udp_bound(daemon->urc_port()); }));
     Host host(daemon->tcp_port());
     const size_t before = gated_lines(daemon->output());
     host.send("AT+CSQ\r");

@@ -89,10 +89,8 @@ class Player {
     Player(const std::string &path, Mode mode)
         : file_(std::filesystem::path(path).filename()), mode_(mode) {}
     ~Player() {
-        if (host_pair_[0] >= 0) {
-            close(host_pair_[0]);
-            close(host_pair_[1]);
-        }
+        if (host_pair_[0] >= 0)
+            close(host_pair_[0]); /* the host's end belongs to host_ */
     }
 
     /* Settings that hold for the whole transcript; false when this mode is not played. */
@@ -172,7 +170,7 @@ class Player {
         rmmi_read_custom_default_setting(RMMI_PROCESS_CMD_FROM_SOCKET_PORT, target_in(store_),
                                          RMMI_VERBOSE_FULL_HEAD_TAIL);
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, host_pair_), 0);
-        host_.emplace(e2e::Host::on(host_pair_[1]));
+        host_.emplace(e2e::Host::on(host_pair_[1], true));
         kerv_framing_reset(&framing_);
     }
 
@@ -300,9 +298,8 @@ class Player {
     /* The host bytes and the modem requests expected since the last check. */
     void check_pending() {
         if (!expected_bytes_.empty()) {
-            const std::string got = mode_ == Mode::engine
-                                        ? host_->read_for(0ms)
-                                        : host_->read_like(expected_bytes_);
+            const std::string got =
+                mode_ == Mode::engine ? host_->read_for(0ms) : host_->read_like(expected_bytes_);
             EXPECT_EQ(escape(got), escape(expected_bytes_));
         }
         if (mode_ != Mode::engine)
