@@ -8,7 +8,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
