@@ -6,8 +6,6 @@
 
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>

@@ -86,7 +86,6 @@ TEST(Kal, MessagesHaveTheirFormAndPrintAtOrAboveTheirLevel) {
         const char *bytes;
     } cases[] = {
         {4, gated, "[KERV] <kerv_srv_thread:42>size=[7]\r\n"},
-        {3, gated, ""},
         {7, tag, "[KERV] <GET_CTRL_BUFFER>\r\n"},
         {4, tag, ""},
     };
